@@ -1,0 +1,156 @@
+#include "pipeline/DemoBuffer.h"
+
+#include <android/log.h>
+#include <fcntl.h>
+#include <turbojpeg.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cstdio>
+#include <cstring>
+
+#include "pipeline/DemoBufferSettings.h"
+
+namespace uvc_client {
+
+namespace {
+
+const char kTag[] = "ConvFactory";
+const size_t kPathBytes = 4096;
+const int kJpegPad = 4;
+const int kJpegQuality = 85;
+
+// Shared by all frame makers; all run on the loop thread, the atomic only
+// keeps tools that drive makers on other threads well-defined.
+std::atomic<uint8_t> sharedJpegPatternValue{0};
+
+bool fits(uint64_t bytes, unsigned size) {
+    return bytes <= size;
+}
+
+}  // namespace
+
+uint8_t DemoBuffer::jpegPatternValue() {
+    return sharedJpegPatternValue.load();
+}
+
+void DemoBuffer::setJpegPatternValue(uint8_t value) {
+    sharedJpegPatternValue.store(value);
+}
+
+unsigned DemoBuffer::uvc_video_fill_buffer(const trevo::HalUvcConfig& config, void* buffer,
+                                           unsigned size) {
+    if (config.width <= 0 || config.height <= 0) {
+        return 0;
+    }
+    const uint64_t width = static_cast<uint64_t>(config.width);
+    switch (config.format) {
+        case kFormatYUYV:
+            return fillPattern(config.width, config.height, static_cast<unsigned>(width * 2),
+                               yuyvValue, buffer, size);
+        case kFormatYU12:
+            return fillPattern(config.width, config.height, static_cast<unsigned>(width * 3 / 2),
+                               yu12Value, buffer, size);
+        case kFormatNV12:
+            return fillPattern(config.width, config.height, static_cast<unsigned>(width * 3 / 2),
+                               nv12Value, buffer, size);
+        case kFormatH264:
+        case kFormatS264:
+            return readFrameFile(false, config, h264FrameIndex, buffer, size);
+        case kFormatMJPG:
+            if (useFrameFiles) {
+                return readFrameFile(true, config, mjpegFrameIndex, buffer, size);
+            }
+            return compressJpeg(config, buffer, size);
+        default:
+            std::puts("Unsupported format");
+            return 0;
+    }
+}
+
+unsigned DemoBuffer::fillPattern(int width, int height, unsigned rowLength, uint8_t& value,
+                                 void* buffer, unsigned size) {
+    const uint64_t total = static_cast<uint64_t>(rowLength) * static_cast<uint64_t>(height);
+    if (buffer == nullptr || !fits(total, size)) {
+        std::printf("Frame of %dx%d does not fit a buffer of %u bytes\n", width, height, size);
+        return 0;
+    }
+    auto* row = static_cast<uint8_t*>(buffer);
+    for (int y = 0; y < height; ++y) {
+        std::memset(row, value++, rowLength);
+        row += rowLength;
+    }
+    return static_cast<unsigned>(total);
+}
+
+unsigned DemoBuffer::readFrameFile(bool mjpeg, const trevo::HalUvcConfig& config, int32_t& index,
+                                   void* buffer, unsigned size) {
+    const auto kind =
+        mjpeg ? DemoBufferSettings::FileKind::kMjpeg : DemoBufferSettings::FileKind::kH264;
+    char path[kPathBytes];
+    DemoBufferSettings::framePath(path, sizeof(path), kind, config.width, config.height, index);
+    if (access(path, R_OK) != 0) {
+        // The sequence ended (or never existed here): start again at frame 0.
+        index = 0;
+        DemoBufferSettings::framePath(path, sizeof(path), kind, config.width, config.height, 0);
+    }
+    ++index;
+    const int fd = open(path, O_RDONLY | O_CLOEXEC);
+    if (fd < 0 || buffer == nullptr) {
+        if (fd >= 0) {
+            close(fd);
+        }
+        return 0;
+    }
+    const unsigned limit = size < kMaxFrameFileBytes ? size : kMaxFrameFileBytes;
+    const ssize_t got = read(fd, buffer, limit);
+    close(fd);
+    return got > 0 ? static_cast<unsigned>(got) : 0;
+}
+
+unsigned DemoBuffer::compressJpeg(const trevo::HalUvcConfig& config, void* buffer, unsigned size) {
+    const int width = config.width;
+    const int height = config.height;
+    const unsigned rowLength = static_cast<unsigned>(static_cast<uint64_t>(width) * 3 / 2);
+    // TurboJPEG reads its padded planar layout, which can be a little longer
+    // than the rows written here; both must lie inside the buffer.
+    const unsigned long yuvBytes = tjBufSizeYUV2(width, kJpegPad, height, TJSAMP_420);
+    const uint64_t patternBytes = static_cast<uint64_t>(rowLength) * static_cast<uint64_t>(height);
+    if (buffer == nullptr || yuvBytes == static_cast<unsigned long>(-1) || !fits(yuvBytes, size) ||
+        !fits(patternBytes, size)) {
+        std::printf("Frame of %dx%d does not fit a buffer of %u bytes\n", width, height, size);
+        return 0;
+    }
+    auto* row = static_cast<uint8_t*>(buffer);
+    for (int y = 0; y < height; ++y) {
+        std::memset(row, sharedJpegPatternValue.fetch_add(1), rowLength);
+        row += rowLength;
+    }
+    tjhandle compressor = tjInitCompress();
+    if (compressor == nullptr) {
+        __android_log_print(ANDROID_LOG_ERROR, kTag, "Compress to jpeg failed: %s\n",
+                            tjGetErrorStr());
+        return 0;
+    }
+    unsigned char* jpeg = nullptr;
+    unsigned long jpegSize = 0;
+    unsigned result = 0;
+    if (tjCompressFromYUV(compressor, static_cast<const unsigned char*>(buffer), width, kJpegPad,
+                          height, TJSAMP_420, &jpeg, &jpegSize, kJpegQuality, 0) < 0) {
+        __android_log_print(ANDROID_LOG_ERROR, kTag, "Compress to jpeg failed: %s\n",
+                            tjGetErrorStr());
+    } else if (!fits(jpegSize, size)) {
+        // A cut JPEG is no picture: drop the frame rather than send half of it.
+        __android_log_print(ANDROID_LOG_ERROR, kTag,
+                            "Compressed frame of %lu bytes does not fit a buffer of %u bytes\n",
+                            jpegSize, size);
+    } else {
+        std::memcpy(buffer, jpeg, jpegSize);
+        result = static_cast<unsigned>(jpegSize);
+    }
+    tjDestroy(compressor);
+    tjFree(jpeg);
+    return result;
+}
+
+}  // namespace uvc_client
