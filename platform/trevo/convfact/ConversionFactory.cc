@@ -1,0 +1,34 @@
+#include "trevo/ConversionFactory.h"
+
+#include "StandInState.h"
+
+namespace trevo {
+
+int ConversionFactory::convert(GBuffer* frame, int format) {
+    convfact_standin::countConvert();
+    if (frame == nullptr || convfact_standin::takeConversionFailure())
+        return -1;
+    auto it = converters.find(std::make_pair(static_cast<int>(frame->format), format));
+    if (it != converters.end() && it->second != nullptr) {
+        return it->second->convert(frame, format);
+    }
+    // Nothing to convert: the frame already has the requested format.
+    if (static_cast<int>(frame->format) == format) {
+        onFrameConverted(frame);
+        return 0;
+    }
+    return -2;
+}
+
+void ConversionFactory::onFrameConverted(GBuffer* frame) {
+    // Delivering under the mutex is what lets unregisterFrameSink() promise
+    // that a removed sink is not called any more.
+    std::lock_guard<std::mutex> guard(sinksMutex);
+    for (FrameReceiver* sink : sinks) {
+        sink->preProcessBuffer(frame);
+        sink->processBuffer(frame);
+        convfact_standin::countDelivery();
+    }
+}
+
+}  // namespace trevo

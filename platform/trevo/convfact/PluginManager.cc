@@ -1,0 +1,35 @@
+#include "trevo/PluginManager.h"
+
+#include "StandInState.h"
+
+namespace trevo {
+
+PluginManager::PluginManager() = default;
+PluginManager::~PluginManager() = default;
+
+// The device loads shared objects from its plug-in folder; the stand-in loads
+// only what a test has added.
+int PluginManager::loadPlugins(ConverterCbInterface* callback) {
+    int loaded = 0;
+    for (auto& entry : convfact_standin::pluginMakers()) {
+        std::shared_ptr<ConverterInterface> converter =
+            entry.second ? entry.second(callback) : nullptr;
+        if (!converter)
+            continue;
+        auto state = std::make_shared<PluginState>();
+        state->converter = converter.get();
+        state->owner = std::move(converter);
+        state->name = entry.first;
+        std::lock_guard<std::mutex> guard(mutex_);
+        plugins_[entry.first] = std::move(state);
+        ++loaded;
+    }
+    return loaded;
+}
+
+PluginManager::PluginMap PluginManager::plugins() const {
+    std::lock_guard<std::mutex> guard(mutex_);
+    return plugins_;
+}
+
+}  // namespace trevo

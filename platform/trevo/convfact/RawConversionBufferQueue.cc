@@ -1,0 +1,8 @@
+#include "trevo/RawConversionBufferQueue.h"
+
+namespace trevo {
+
+RawConversionBufferQueue::RawConversionBufferQueue() = default;
+RawConversionBufferQueue::~RawConversionBufferQueue() = default;
+
+}  // namespace trevo
