@@ -3,18 +3,64 @@
 #include <cstdarg>
 #include <cstdio>
 
+#include "base/Logger.h"
+#include "base/Thread.h"
+
 namespace VOLUT {
 
-std::atomic<int> Log::_kCurrentLevel{LOG_DEBUG};
+namespace {
 
-void Log::log(const char*, LogLevel, const char*, ...) {}
-void Log::log2(const char*, LogLevel, const char*, ...) {}
+constexpr size_t kMessageBufferSize = 10240;
+
+}  // namespace
+
+std::atomic<int> Log::_kCurrentLevel{LOG_DEBUG};
+Logger Log::_kLogger;
+
+void Log::logV(const char* tag, LogLevel level, const char* format, va_list args) {
+    char message[kMessageBufferSize] = {};
+    std::vsnprintf(message, kMessageBufferSize, format ? format : "", args);
+    message[kMessageBufferSize - 1] = '\0';
+    _kLogger.log(tag, level, message, Thread::getCurrentThreadID(), nullptr);
+}
+
+void Log::log(const char* tag, LogLevel level, const char* format, ...) {
+    // Signed compare: a negative current level silences everything.
+    if (_kCurrentLevel.load(std::memory_order_relaxed) < static_cast<int>(level)) {
+        return;
+    }
+    va_list args;
+    va_start(args, format);
+    logV(tag, level, format, args);
+    va_end(args);
+}
+
+void Log::log2(const char* tag, LogLevel level, const char* format, ...) {
+    if (_kCurrentLevel.load(std::memory_order_relaxed) < static_cast<int>(level)) {
+        return;
+    }
+    va_list args;
+    va_start(args, format);
+    logV(tag, level, format, args);
+    va_end(args);
+}
+
 void Log::setLogLevel(LogLevel level) {
     _kCurrentLevel.store(level, std::memory_order_relaxed);
 }
+
 LogLevel Log::getLogLevel() {
     return static_cast<LogLevel>(_kCurrentLevel.load(std::memory_order_relaxed));
 }
-void LOG_MPC(const char*, LogLevel, const char*, ...) {}
+
+void LOG_MPC(const char* tag, LogLevel level, const char* format, ...) {
+    if (Log::_kCurrentLevel.load(std::memory_order_relaxed) < static_cast<int>(level)) {
+        return;
+    }
+    va_list args;
+    va_start(args, format);
+    Log::logV(tag, level, format, args);
+    va_end(args);
+}
 
 }  // namespace VOLUT

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <atomic>
+#include <cstdarg>
 
 #include "uvc_export.h"
 
@@ -17,6 +18,10 @@ enum LogLevel : int {
     LOG_DEBUG = 3,
 };
 
+// Same as Log::log.
+UVC_EXPORT void LOG_MPC(const char* tag, LogLevel level, const char* format, ...)
+    __attribute__((format(printf, 3, 4)));
+
 // Front end of the base library's log pipeline: filters by level, formats the
 // message and hands it to the single Logger, which stamps it and queues it on
 // the default LogServer.
@@ -32,13 +37,13 @@ public:
     static LogLevel getLogLevel();
 
 private:
+    friend void LOG_MPC(const char* tag, LogLevel level, const char* format, ...);
+    static void logV(const char* tag, LogLevel level, const char* format, va_list args);
+
     // Read on every call from any thread; atomic so that a concurrent
     // setLogLevel is not a data race.
     static std::atomic<int> _kCurrentLevel;
     static Logger _kLogger;
 };
-
-UVC_EXPORT void LOG_MPC(const char* tag, LogLevel level, const char* format, ...)
-    __attribute__((format(printf, 3, 4)));
 
 }  // namespace VOLUT
