@@ -1,0 +1,119 @@
+#include "pipeline/BufferMgmt.h"
+
+#include <android/log.h>
+
+#include <system_error>
+
+#include "trevo/ConversionFactory.h"
+
+namespace hidl_uvc_client {
+
+namespace {
+constexpr int kBlobFormat = 33;  // AHARDWAREBUFFER_FORMAT_BLOB: no conversion wanted
+}
+
+BufferMgmt::BufferMgmt(unsigned count, unsigned size, trevo::CompositorBridge* bridge,
+                       unsigned char stream_id, unsigned char stream_idx)
+    : bridge(bridge), stream_id(stream_id), stream_idx(stream_idx) {
+    for (unsigned i = 0; i < count; ++i) {
+        fillQ.push(std::make_unique<FlatTestBuffer>(size));
+    }
+    trevo::ConversionFactory::getInstance().registerFrameSink(this);
+}
+
+BufferMgmt::~BufferMgmt() {
+    // The factory calls every sink, so another stream's conversion thread may
+    // be about to call this one; once unregistered, none will.
+    trevo::ConversionFactory::getInstance().unregisterFrameSink(this);
+    stopStream();
+}
+
+bool BufferMgmt::isThreadStarted() const {
+    std::lock_guard<std::recursive_mutex> guard(lock);
+    return threadStarted;
+}
+
+void BufferMgmt::startStream() {
+    std::lock_guard<std::recursive_mutex> guard(lock);
+    running = true;
+    if (threadStarted)
+        return;
+    try {
+        msgThread = std::thread(&BufferMgmt::msgHandler, this);
+        threadStarted = true;
+    } catch (const std::system_error& e) {
+        __android_log_print(ANDROID_LOG_ERROR, "ConvFactory", "cannot start conversion thread: %s",
+                            e.what());
+    }
+}
+
+void BufferMgmt::stopStream() {
+    {
+        std::lock_guard<std::recursive_mutex> guard(lock);
+        running = false;
+        if (threadStarted && convertQ.size() <= 0) {
+            // Wake the thread out of its wait on convertQ with an empty
+            // handle. A free buffer would do too, but it could be left in
+            // convertQ and a later thread would send its stale frame again;
+            // and taking one could wait here while the thread holds them.
+            convertQ.push(std::unique_ptr<FlatTestBuffer>());
+        }
+    }
+    if (msgThread.joinable())
+        msgThread.join();
+    std::lock_guard<std::recursive_mutex> guard(lock);
+    threadStarted = false;
+}
+
+void BufferMgmt::msgHandler() {
+    for (;;) {
+        if (!running)
+            return;
+        std::unique_ptr<FlatTestBuffer> buffer;
+        convertQ.pop(buffer);
+        std::unique_lock<std::recursive_mutex> guard(lock);
+        if (!running) {
+            if (buffer)
+                fillQ.push(std::move(buffer));
+            return;
+        }
+        if (!buffer)
+            continue;  // a wake-up left over from an earlier stop
+        FlatBuffer flat;
+        void* address = buffer->lockBuffer(&flat);
+        convert(flat, buffer->size);
+        if (address != nullptr)
+            buffer->unlock();
+        guard.unlock();
+        fillQ.push(std::move(buffer));
+    }
+}
+
+void BufferMgmt::convert(FlatBuffer& buffer, unsigned size) {
+    // On the stack: the factory does not keep the frame past the call, and the
+    // frame path stays off the heap.
+    trevo::GBuffer frame(buffer.hardwareBuffer);
+    frame.size = size;
+    frame.stream_id = stream_id;
+    frame.stream_idx = stream_idx;
+    trevo::ConversionFactory::getInstance().convert(&frame, kBlobFormat);
+}
+
+void BufferMgmt::processBuffer(trevo::GBuffer* frame) const {
+    if (frame == nullptr)
+        return;
+    if (frame->stream_id != stream_id || frame->stream_idx != stream_idx)
+        return;
+    if (frame->hardwareBuffer == nullptr)
+        return;
+    if (bridge->sendFrameBuffer(0, frame->hardwareBuffer, frame->size, stream_id, stream_idx, 0) !=
+        0) {
+        __android_log_print(ANDROID_LOG_WARN, "ConvFactory",
+                            "BUG: socket connection dropped to uvc_gadget. Trying to recover.");
+        bridge->registerProjector(0);
+    }
+}
+
+void BufferMgmt::preProcessBuffer(trevo::GBuffer* /*frame*/) const {}
+
+}  // namespace hidl_uvc_client
