@@ -13,6 +13,8 @@ using VOLUT::Serialization;
 
 namespace {
 
+const long long kMax = std::numeric_limits<long long>::max();
+
 Dictionary parse(const std::string& text) {
     return Serialization::deserialize(text);
 }
@@ -22,9 +24,7 @@ std::string nested(int depth) {
     for (int i = 0; i < depth; ++i) {
         text += "{\"d\":";
     }
-    text += "1";
-    text.append(depth, '}');
-    return text;
+    return text + "1" + std::string(depth, '}');
 }
 
 Dictionary everyKind() {
@@ -38,7 +38,7 @@ Dictionary everyKind() {
     d.setString("str", "text \"quoted\"");
     d.setString("a_str", "");
     d.setInteger("int", -42);
-    d.setInteger("big", std::numeric_limits<long long>::max());
+    d.setInteger("big", kMax);
     d.setDecimal("dec", 2.5L);
     d.setDecimal("whole", 1.0L);
     d.setBoolean("flag", false);
@@ -51,29 +51,14 @@ Dictionary everyKind() {
     return d;
 }
 
-// Same keys, kinds and values, recursively.
-void expectSame(const Dictionary& want, const Dictionary& got, const std::string& path = "") {
-    ASSERT_EQ(want.allKeys(), got.allKeys()) << path;
-    for (const auto& key : want.allKeys()) {
-        const std::string where = path + "/" + key;
-        ASSERT_EQ(want.getType(key), got.getType(key)) << where;
-        EXPECT_EQ(want.getInteger(key), got.getInteger(key)) << where;
-        EXPECT_EQ(want.getString(key), got.getString(key)) << where;
-        EXPECT_EQ(want.getDecimal(key), got.getDecimal(key)) << where;
-        EXPECT_EQ(want.getBoolean(key), got.getBoolean(key)) << where;
-        EXPECT_EQ(want.getIntegerArray(key), got.getIntegerArray(key)) << where;
-        EXPECT_EQ(want.getStringArray(key), got.getStringArray(key)) << where;
-        EXPECT_EQ(want.getDecimalArray(key), got.getDecimalArray(key)) << where;
-        EXPECT_EQ(want.getBooleanArray(key), got.getBooleanArray(key)) << where;
-        expectSame(want.getObject(key), got.getObject(key), where);
-        auto wantList = want.getObjectArray(key);
-        auto gotList = got.getObjectArray(key);
-        ASSERT_EQ(wantList.size(), gotList.size()) << where;
-        for (size_t i = 0; i < wantList.size(); ++i) {
-            expectSame(wantList[i], gotList[i], where + "[" + std::to_string(i) + "]");
-        }
-    }
-}
+// json-c's default (spaced) form of everyKind(): members in allKeys() order.
+const char kEveryKindText[] =
+    "{ \"a_str\": \"\", \"str\": \"text \\\"quoted\\\"\", \"big\": 9223372036854775807, "
+    "\"int\": -42, \"dec\": 2.5, \"whole\": 1.0, \"flag\": false, "
+    "\"obj\": { \"n\": 3, \"leaf\": { \"name\": \"leaf\", \"w\": [ 0.25 ] } }, "
+    "\"strs\": [ \"x\", \"y\" ], \"ints\": [ 1, -2 ], \"decs\": [ 0.5, 3.0 ], "
+    "\"bools\": [ true, false, true ], \"objs\": [ { \"name\": \"leaf\", \"w\": [ 0.25 ] }, "
+    "{ }, { \"n\": 3, \"leaf\": { \"name\": \"leaf\", \"w\": [ 0.25 ] } } ] }";
 
 }  // namespace
 
@@ -82,237 +67,144 @@ TEST(SerializationWrite, MembersFollowKindGroupsThenByteOrder) {
     d.setString("z", "s");
     d.setInteger("a", 1);
     EXPECT_EQ("{ \"z\": \"s\", \"a\": 1 }", Serialization::serialize(d));
+    EXPECT_EQ(kEveryKindText, Serialization::serialize(everyKind()));
 
-    EXPECT_EQ(
-        "{ \"a_str\": \"\", \"str\": \"text \\\"quoted\\\"\", "
-        "\"big\": 9223372036854775807, \"int\": -42, "
-        "\"dec\": 2.5, \"whole\": 1.0, "
-        "\"flag\": false, "
-        "\"obj\": { \"n\": 3, \"leaf\": { \"name\": \"leaf\", \"w\": [ 0.25 ] } }, "
-        "\"strs\": [ \"x\", \"y\" ], "
-        "\"ints\": [ 1, -2 ], "
-        "\"decs\": [ 0.5, 3.0 ], "
-        "\"bools\": [ true, false, true ], "
-        "\"objs\": [ { \"name\": \"leaf\", \"w\": [ 0.25 ] }, { }, "
-        "{ \"n\": 3, \"leaf\": { \"name\": \"leaf\", \"w\": [ 0.25 ] } } ] }",
-        Serialization::serialize(everyKind()));
-}
-
-TEST(SerializationWrite, EmptyValuesAndArrays) {
     EXPECT_EQ("{ }", Serialization::serialize(Dictionary()));
-    Dictionary d;
-    d.setIntegerArray("i", {});
-    d.setObject("o", Dictionary());
-    d.setObjectArray("l", {});
-    EXPECT_EQ("{ \"o\": { }, \"i\": [ ], \"l\": [ ] }", Serialization::serialize(d));
-
+    Dictionary empties;
+    empties.setIntegerArray("i", {});
+    empties.setObject("o", Dictionary());
+    EXPECT_EQ("{ \"o\": { }, \"i\": [ ] }", Serialization::serialize(empties));
     EXPECT_EQ("[ ]", Serialization::serializeArray({}));
-    Dictionary one;
-    one.setBoolean("b", true);
-    EXPECT_EQ("[ { \"b\": true }, { } ]", Serialization::serializeArray({one, Dictionary()}));
+    EXPECT_EQ("[ { \"z\": \"s\", \"a\": 1 }, { } ]", Serialization::serializeArray({d, {}}));
 }
 
-TEST(SerializationRead, ScalarsFollowJsonTypes) {
-    Dictionary d = parse(R"({"p": 1, "q": 2.5, "r": true, "s": "x", "t": false})");
-    EXPECT_EQ(5u, d.size());
-    EXPECT_EQ(Dictionary::Integer, d.getType("p"));
+TEST(SerializationRead, ScalarsAndNumbersFollowJsonCsTypes) {
+    Dictionary d = parse(R"({"p": 1, "q": 2.5, "r": true, "s": "x", "whole": 1.0,
+        "exp": 1e2, "over": 9223372036854775808, "way_over": 18446744073709551616,
+        "under": -9223372036854775809, "huge": 1e400})");
     EXPECT_EQ(1, d.getInteger("p"));
-    EXPECT_EQ(Dictionary::Decimal, d.getType("q"));
     EXPECT_EQ(2.5L, d.getDecimal("q"));
-    EXPECT_EQ(Dictionary::Boolean, d.getType("r"));
     EXPECT_TRUE(d.getBoolean("r"));
-    EXPECT_EQ(Dictionary::String, d.getType("s"));
     EXPECT_EQ("x", d.getString("s"));
-    EXPECT_EQ(Dictionary::Boolean, d.getType("t"));
-    EXPECT_FALSE(d.getBoolean("t"));
-}
-
-TEST(SerializationRead, IntegerOrDecimalIsJsonCsDecision) {
-    Dictionary d = parse(R"({"whole": 1.0, "exp": 1e2, "negzero": -0, "frac": 0.1,
-        "max": 9223372036854775807, "over": 9223372036854775808,
-        "way_over": 18446744073709551616, "under": -9223372036854775809,
-        "huge": 1e400})");
+    // A fraction or exponent makes a decimal; out-of-range integers stay
+    // integers, clamped by json-c.
     EXPECT_EQ(Dictionary::Decimal, d.getType("whole"));
-    EXPECT_EQ(1.0L, d.getDecimal("whole"));
-    EXPECT_EQ(Dictionary::Decimal, d.getType("exp"));
     EXPECT_EQ(100.0L, d.getDecimal("exp"));
-    EXPECT_EQ(Dictionary::Integer, d.getType("negzero"));
-    EXPECT_EQ(static_cast<long double>(0.1), d.getDecimal("frac"));
-    EXPECT_EQ(std::numeric_limits<long long>::max(), d.getInteger("max"));
-    // Out-of-range integers stay integers, clamped by json-c.
-    EXPECT_EQ(Dictionary::Integer, d.getType("over"));
-    EXPECT_EQ(std::numeric_limits<long long>::max(), d.getInteger("over"));
-    EXPECT_EQ(std::numeric_limits<long long>::max(), d.getInteger("way_over"));
+    EXPECT_EQ(kMax, d.getInteger("over"));
+    EXPECT_EQ(kMax, d.getInteger("way_over"));
     EXPECT_EQ(std::numeric_limits<long long>::min(), d.getInteger("under"));
-    EXPECT_EQ(Dictionary::Decimal, d.getType("huge"));
     EXPECT_TRUE(std::isinf(d.getDecimal("huge")));
+    EXPECT_EQ(10u, d.size());
 }
 
 TEST(SerializationRead, ArraysTakeTheKindOfTheFirstElement) {
     Dictionary d = parse(R"({"ints": [1, 2.5, 3], "decs": [2.5, 1, 0.5],
         "bools": [true, 1, null, false, "x"], "strs": ["a", null, 2, "b", {}],
-        "objs": [{"k": 1}, 1, null, [], {"k": 2}, "s"], "one": [7]})");
-    EXPECT_EQ(Dictionary::IntegerArray, d.getType("ints"));
+        "objs": [{"k": 1}, 1, null, [], {"k": 2}, "s"]})");
     EXPECT_EQ((std::vector<long long>{1, 3}), d.getIntegerArray("ints"));
-    EXPECT_EQ(Dictionary::DecimalArray, d.getType("decs"));
     EXPECT_EQ((std::vector<long double>{2.5L, 0.5L}), d.getDecimalArray("decs"));
     EXPECT_EQ((std::vector<bool>{true, false}), d.getBooleanArray("bools"));
     EXPECT_EQ((std::vector<std::string>{"a", "b"}), d.getStringArray("strs"));
     auto objs = d.getObjectArray("objs");
     ASSERT_EQ(2u, objs.size());
-    EXPECT_EQ(1, objs[0].getInteger("k"));
     EXPECT_EQ(2, objs[1].getInteger("k"));
-    EXPECT_EQ((std::vector<long long>{7}), d.getIntegerArray("one"));
 }
 
-TEST(SerializationRead, UnrepresentableMembersAreLeftOut) {
+TEST(SerializationRead, UnrepresentableValuesAreLeftOut) {
     Dictionary d = parse(R"({"empty": [], "nothing": null, "nullfirst": [null, 1],
-        "nested": [[1], [2]], "kept": 5, "emptyobj": {}})");
-    for (const char* key : {"empty", "nothing", "nullfirst", "nested"}) {
-        EXPECT_FALSE(d.hasKey(key)) << key;
-        EXPECT_EQ(Dictionary::None, d.getType(key)) << key;
-    }
-    EXPECT_EQ(5, d.getInteger("kept"));
-    // An empty object is still an object.
-    EXPECT_EQ(Dictionary::Object, d.getType("emptyobj"));
-    EXPECT_EQ(2u, d.size());
-}
-
-TEST(SerializationRead, NonObjectTopLevelGivesEmptyRecord) {
-    for (const char* text : {"[1, 2]", "42", "\"s\"", "true", "null", "{}"}) {
+        "nested": [[1], [2]], "kept": 5, "emptyobj": {}, "dup": 1, "dup": "two"})");
+    EXPECT_EQ((std::vector<std::string>{"dup", "kept", "emptyobj"}), d.allKeys());
+    EXPECT_EQ("two", d.getString("dup"));
+    for (const char* text : {"[1, 2]", "42", "\"s\"", "null", "{}"}) {
         EXPECT_EQ(0u, parse(text).size()) << text;
     }
 }
 
 TEST(SerializationRead, TextsEndAtTheFirstNul) {
-    Dictionary d =
-        parse(R"({"s": "a\u0000b", "k\u0000z": 1, "l": ["x\u0000y", "\u0000"], "n": "\u0000"})");
+    Dictionary d = parse(R"({"s": "a\u0000b", "k\u0000z": 1, "l": ["x\u0000y", "\u0000"]})");
     EXPECT_EQ("a", d.getString("s"));
     EXPECT_EQ(1, d.getInteger("k"));
-    EXPECT_FALSE(d.hasKey(std::string("k\0z", 3)));
     EXPECT_EQ((std::vector<std::string>{"x", ""}), d.getStringArray("l"));
-    EXPECT_EQ(Dictionary::String, d.getType("n"));
-    EXPECT_EQ("", d.getString("n"));
-    EXPECT_EQ(4u, d.size());
-
-    // A raw NUL in the text ends the input that json-c sees.
+    EXPECT_EQ(3u, d.size());
+    // A raw NUL ends the text that json-c sees.
     EXPECT_EQ(1, parse(std::string("{\"a\":1}\0garbage", 15)).getInteger("a"));
 }
 
-TEST(SerializationRead, DuplicateKeysKeepTheLastValue) {
-    Dictionary d = parse(R"({"a": 1, "a": "two"})");
-    EXPECT_EQ(1u, d.size());
-    EXPECT_EQ("two", d.getString("a"));
-}
-
-TEST(SerializationRoundTrip, EveryKindWithNestedObjects) {
-    Dictionary original = everyKind();
-    Dictionary back = parse(Serialization::serialize(original));
-    expectSame(original, back);
-    EXPECT_EQ(Serialization::serialize(original), Serialization::serialize(back));
-}
-
-TEST(SerializationRoundTrip, EmptyArraysDisappear) {
-    Dictionary original = everyKind();
-    original.setIntegerArray("e1", {});
-    original.setStringArray("e2", {});
-    original.setDecimalArray("e3", {});
-    original.setBooleanArray("e4", {});
-    original.setObjectArray("e5", {});
-    Dictionary back = parse(Serialization::serialize(original));
-    for (const char* key : {"e1", "e2", "e3", "e4", "e5"}) {
-        EXPECT_FALSE(back.hasKey(key)) << key;
-        original.erase(key);
-    }
-    expectSame(original, back);
-}
-
-TEST(SerializationRoundTrip, DecimalsTravelAsDoubles) {
-    Dictionary d;
-    d.setDecimal("tenth", 0.1L);
-    d.setDecimal("inf", std::numeric_limits<long double>::infinity());
-    d.setDecimal("tiny", 5e-324L);
+TEST(SerializationRoundTrip, EveryKindSurvivesExceptEmptyArrays) {
+    Dictionary d = everyKind();
     Dictionary back = parse(Serialization::serialize(d));
+    EXPECT_EQ(kEveryKindText, Serialization::serialize(back));
+    EXPECT_EQ(d.allKeys(), back.allKeys());
+
+    d.setStringArray("e1", {});
+    d.setObjectArray("e2", {});
+    back = parse(Serialization::serialize(d));
+    EXPECT_FALSE(back.hasKey("e1"));
+    EXPECT_FALSE(back.hasKey("e2"));
+    EXPECT_EQ(kEveryKindText, Serialization::serialize(back));
+
+    // Decimals travel as doubles.
+    Dictionary dec;
+    dec.setDecimal("tenth", 0.1L);
+    dec.setDecimal("inf", std::numeric_limits<long double>::infinity());
+    back = parse(Serialization::serialize(dec));
     EXPECT_EQ(static_cast<long double>(0.1), back.getDecimal("tenth"));
     EXPECT_TRUE(std::isinf(back.getDecimal("inf")));
-    EXPECT_EQ(static_cast<long double>(5e-324), back.getDecimal("tiny"));
 }
 
-TEST(SerializationArray, ReadsOnlyArraysOfRecords) {
+TEST(SerializationArray, ReadsOnlyArrays) {
     auto list = Serialization::deserializeArray(R"([{"a": 1}, null, {"b": "x"}])");
     ASSERT_EQ(2u, list.size());
-    EXPECT_EQ(1, list[0].getInteger("a"));
     EXPECT_EQ("x", list[1].getString("b"));
-
-    // Non-object elements contribute empty records.
-    list = Serialization::deserializeArray(R"([1, "s", [], {"c": true}])");
-    ASSERT_EQ(4u, list.size());
+    // Elements that are not objects contribute empty records.
+    list = Serialization::deserializeArray(R"([1, [], {"c": true}])");
+    ASSERT_EQ(3u, list.size());
     EXPECT_EQ(0u, list[0].size());
-    EXPECT_EQ(0u, list[2].size());
-    EXPECT_TRUE(list[3].getBoolean("c"));
-
-    EXPECT_TRUE(Serialization::deserializeArray("{\"a\": 1}").empty());
-    EXPECT_TRUE(Serialization::deserializeArray("[").empty());
-    EXPECT_TRUE(Serialization::deserializeArray("").empty());
-    EXPECT_TRUE(Serialization::deserializeArray("[]").empty());
-
-    std::vector<Dictionary> records = {everyKind(), Dictionary(), everyKind()};
-    auto back = Serialization::deserializeArray(Serialization::serializeArray(records));
-    ASSERT_EQ(3u, back.size());
-    expectSame(records[0], back[0]);
-    EXPECT_EQ(0u, back[1].size());
+    EXPECT_TRUE(list[2].getBoolean("c"));
+    for (const char* text : {"{\"a\": 1}", "[", "", "[]"}) {
+        EXPECT_TRUE(Serialization::deserializeArray(text).empty()) << text;
+    }
+    list = Serialization::deserializeArray(Serialization::serializeArray({everyKind(), {}}));
+    ASSERT_EQ(2u, list.size());
+    EXPECT_EQ(kEveryKindText, Serialization::serialize(list[0]));
 }
 
-TEST(SerializationHostile, NestingBeyondTheParserLimitIsRejected) {
-    // json-c's tokener allows 32 levels, the innermost scalar counting as
-    // one; deeper text fails as a whole.
+TEST(SerializationHostile, DeepLargeAndMalformedInput) {
+    // json-c allows 32 levels, the innermost scalar counting as one; deeper
+    // text fails as a whole, so our recursion stays bounded.
     Dictionary d = parse(nested(31));
     int depth = 1;
-    while (d.getType("d") == Dictionary::Object) {
+    for (; d.getType("d") == Dictionary::Object; ++depth) {
         d = d.getObject("d");
-        ++depth;
     }
     EXPECT_EQ(31, depth);
-    EXPECT_EQ(1, d.getInteger("d"));
     EXPECT_EQ(0u, parse(nested(32)).size());
     EXPECT_EQ(0u, parse(nested(100000)).size());
-    EXPECT_TRUE(Serialization::deserializeArray("[" + nested(100000) + "]").empty());
     EXPECT_TRUE(Serialization::deserializeArray(std::string(100000, '[')).empty());
-}
 
-TEST(SerializationHostile, LargeValuesSurvive) {
+    for (const char* text : {"", "{", "{\"a\":", "{\"a\" 1}", "\xff\xfe", "{\"a\":tru}", "[1,]"}) {
+        EXPECT_EQ(0u, parse(text).size()) << text;
+    }
+
     std::string big(4 << 20, 'x');
     big[1000] = '"';
     big[2000] = '\\';
-    Dictionary d;
-    d.setString("big", big);
-    std::vector<long long> many(100000);
-    for (size_t i = 0; i < many.size(); ++i) {
-        many[i] = static_cast<long long>(i) * 3;
-    }
-    d.setIntegerArray("many", many);
-    Dictionary back = parse(Serialization::serialize(d));
+    std::vector<long long> many(100000, -7);
+    Dictionary large;
+    large.setString("big", big);
+    large.setIntegerArray("many", many);
+    Dictionary back = parse(Serialization::serialize(large));
     EXPECT_EQ(big, back.getString("big"));
     EXPECT_EQ(many, back.getIntegerArray("many"));
 }
 
-TEST(SerializationHostile, MalformedTextGivesEmptyRecords) {
-    for (const char* text : {"", "{", "{\"a\":", "{\"a\" 1}", "\xff\xfe", "{\"a\":tru}",
-                             "{\"a\":\"\\ud800\"", "[1,]"}) {
-        EXPECT_EQ(0u, parse(text).size()) << text;
-    }
-}
-
 TEST(SerializationConcurrency, ParallelCallsAreIndependent) {
-    const std::string text = Serialization::serialize(everyKind());
-    std::vector<std::thread> threads;
     std::vector<int> mismatches(4, 0);
+    std::vector<std::thread> threads;
     for (int t = 0; t < 4; ++t) {
-        threads.emplace_back([&, t] {
+        threads.emplace_back([&mismatches, t] {
             for (int i = 0; i < 200; ++i) {
-                if (Serialization::serialize(parse(text)) != text) {
-                    ++mismatches[t];
-                }
+                mismatches[t] += Serialization::serialize(parse(kEveryKindText)) != kEveryKindText;
             }
         });
     }
@@ -322,29 +214,21 @@ TEST(SerializationConcurrency, ParallelCallsAreIndependent) {
     EXPECT_EQ((std::vector<int>{0, 0, 0, 0}), mismatches);
 }
 
-TEST(PasswordMask, ReplacesTheValueUpToTheClosingQuote) {
+TEST(PasswordMask, MasksTheFirstStringValue) {
     using VOLUT::maskPasswordValue;
     EXPECT_EQ(R"({"Password":"*","user":"u"})",
               maskPasswordValue(R"({"Password":"s3cret","user":"u"})"));
-    // Only the first occurrence is masked.
     EXPECT_EQ(R"({"Password":"*","Password":"b"})",
               maskPasswordValue(R"({"Password":"a","Password":"b"})"));
-    // An empty value still shows as one asterisk, hiding that it was empty.
     EXPECT_EQ(R"({"Password":"*"})", maskPasswordValue(R"({"Password":""})"));
-    // An escaped quote is inside the value, not its end.
-    EXPECT_EQ(R"({"Password":"*"})", maskPasswordValue(R"({"Password":"ab\"cd"})"));
-    EXPECT_EQ(R"({"Password":"*"})", maskPasswordValue(R"({"Password":"ab\\\"cd\\"})"));
-}
-
-TEST(PasswordMask, MissingClosingQuoteOrKeyAtTheEnd) {
-    using VOLUT::maskPasswordValue;
+    // An escaped quote belongs to the value.
+    EXPECT_EQ(R"({"Password":"*"})", maskPasswordValue(R"({"Password":"a\\\"b\\"})"));
+    // No closing quote: everything after the key text goes.
     EXPECT_EQ(R"({"Password":"*)", maskPasswordValue(R"({"Password":"s3cret, user: 1)"));
     EXPECT_EQ(R"({"Password":"*)", maskPasswordValue(R"({"Password":"ab\")"));
+    // The key text at the very end leaves nothing to mask.
     EXPECT_EQ(R"({"Password":")", maskPasswordValue(R"({"Password":")"));
-    EXPECT_EQ(R"(Password":")", maskPasswordValue(R"(Password":")"));
-    EXPECT_EQ("", maskPasswordValue(""));
-    // Other spellings are not the key text and stay as they are.
-    for (const char* text : {R"({"password":"x"})", R"({"Password": "x"})", R"({"Password":1})"}) {
+    for (const char* text : {"", R"({"password":"x"})", R"({"Password": "x"})"}) {
         EXPECT_EQ(text, maskPasswordValue(text));
     }
 }
