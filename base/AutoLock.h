@@ -1,11 +1,12 @@
 #pragma once
 
 #include "base/Mutex.h"
+#include "uvc_export.h"
 
 namespace VOLUT {
 
 // Holds a Mutex for the lifetime of the guard.
-class AutoLock {
+class UVC_EXPORT AutoLock {
 public:
     explicit AutoLock(Mutex& mutex);
     virtual ~AutoLock();
