@@ -1,0 +1,36 @@
+#pragma once
+
+#include <string>
+
+namespace trevo {
+class CompositorBridge;
+}
+
+namespace VOLUT {
+class Dictionary;
+}
+
+namespace uvc_client {
+
+// Handles the host's camera-control messages (JSON text from the compositor
+// bridge): writes settings, answers "get" entries through the bridge and
+// passes preset and parameter requests on. Stateless; takes no lock.
+//
+// Report message:    {"msg_type":"uvc_report","content":{"<setting>":"get"|"set"|<value>,...}}
+// Parameter message: {"type":..,"param":<ctrl>,"value":<int>,"value2":<int>}
+class UvcCamMsgHandler {
+public:
+    UvcCamMsgHandler() = default;
+    virtual ~UvcCamMsgHandler();
+
+    // Returns after every reply has been handed to `bridge`.
+    void handleMessage(const std::string& message, trevo::CompositorBridge& bridge);
+
+private:
+    void handleReport(const VOLUT::Dictionary& message, trevo::CompositorBridge& bridge);
+    void handleContentEntry(const VOLUT::Dictionary& content, const std::string& key,
+                            trevo::CompositorBridge& bridge);
+    void handleParam(const VOLUT::Dictionary& message);
+};
+
+}  // namespace uvc_client
