@@ -1,0 +1,99 @@
+#pragma once
+
+// A stand-in for the library behind UvcLink: a hot-plug event for a
+// streaming stream delivers `framesPerHotplug` frames at once, spaced one
+// frame period apart; every control message containing "get" is answered.
+
+#include <map>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "UvcLink.h"
+
+namespace uvc_host_test {
+
+struct FakeState {
+    std::mutex mutex;
+    std::map<uvc_host::StreamKey, uvc_host::LinkConfig> configs;
+    std::vector<std::string> sent;
+    std::vector<std::string> replies;
+    std::vector<std::string> hotplugs;
+    uvc_host::LinkSettings settings;
+    uint64_t framesPerHotplug = 10;
+    int64_t frameSize = -1;  // -1: the configured YUYV size, else this many bytes
+    uint32_t pacingFps = 0;  // 0: the configured rate
+    uint64_t recoveries = 0;
+    bool failStart = false;
+    bool started = false;
+    bool stopped = false;
+};
+
+class FakeLink : public uvc_host::UvcLink {
+public:
+    explicit FakeLink(FakeState* state) : s_(state) {}
+    void setFrameSink(std::function<void(const uvc_host::FrameEvent&)> sink) override {
+        sink_ = std::move(sink);
+    }
+    bool start(std::string* error) override {
+        if (s_->failStart) {
+            *error = "fake start failure";
+            return false;
+        }
+        s_->started = true;
+        return true;
+    }
+    void stop() override { s_->stopped = true; }
+    void configure(uvc_host::StreamKey key, const uvc_host::LinkConfig& c) override {
+        s_->configs[key] = c;
+    }
+    bool hotplug(int status, uint8_t id, uint8_t idx, std::chrono::milliseconds) override {
+        s_->hotplugs.push_back(std::to_string(status) + "@" + std::to_string(id) + ":" +
+                               std::to_string(idx));
+        for (auto& [key, c] : s_->configs) {
+            if ((id != 255 && !(key == uvc_host::StreamKey{id, idx})) || !c.streaming ||
+                status != 4) {
+                continue;
+            }
+            uint32_t size =
+                s_->frameSize >= 0 ? uint32_t(s_->frameSize) : c.size.width * c.size.height * 2;
+            uint32_t fps = s_->pacingFps ? s_->pacingFps : c.fps;
+            std::vector<uint8_t> bytes(size, 0x80);
+            for (uint64_t i = 0; i < s_->framesPerHotplug; ++i) {
+                uvc_host::FrameEvent e;
+                e.key = key;
+                e.monotonicNs = 1000000000ull + i * (1000000000ull / fps);
+                e.size = size;
+                e.data = s_->settings.copyFrameBytes && size ? bytes.data() : nullptr;
+                if (sink_) {
+                    sink_(e);
+                }
+            }
+        }
+        return true;
+    }
+    bool control(const std::string& message, uvc_host::StreamKey,
+                 std::chrono::milliseconds) override {
+        s_->sent.push_back(message);
+        if (message.find("\"get\"") != std::string::npos) {
+            s_->replies.push_back("{\"response\":" + message + "}");
+        }
+        return true;
+    }
+    std::vector<std::string> replies() const override { return s_->replies; }
+    uint64_t recoveries() const override { return s_->recoveries; }
+    void failSends(int n) override { s_->recoveries += n > 0 ? 1 : 0; }
+
+private:
+    FakeState* s_;
+    std::function<void(const uvc_host::FrameEvent&)> sink_;
+};
+
+inline uvc_host::UvcLinkFactory fakeFactory(FakeState* state) {
+    return [state](const uvc_host::LinkSettings& s) -> std::unique_ptr<uvc_host::UvcLink> {
+        state->settings = s;
+        return std::make_unique<FakeLink>(state);
+    };
+}
+
+}  // namespace uvc_host_test

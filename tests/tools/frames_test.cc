@@ -1,0 +1,174 @@
+#include <gtest/gtest.h>
+#include <turbojpeg.h>
+#include <unistd.h>
+
+#include <cstdlib>
+
+#include "AnnexBSplitter.h"
+#include "DigitPainter.h"
+#include "FrameFileLayout.h"
+#include "FrameSetMaker.h"
+#include "JpegEncoder.h"
+#include "TempDir.h"
+#include "TestImage.h"
+
+using namespace uvc_host;
+
+namespace {
+
+// Decodes a JPEG to grey; false when it does not decode.
+bool decodeGrey(const std::vector<uint8_t>& jpeg, int* w, int* h, std::vector<uint8_t>* grey) {
+    tjhandle d = tjInitDecompress();
+    int sub = 0, space = 0;
+    bool ok = tjDecompressHeader3(d, jpeg.data(), jpeg.size(), w, h, &sub, &space) == 0;
+    if (ok) {
+        grey->resize(size_t(*w) * *h);
+        ok = tjDecompress2(d, jpeg.data(), jpeg.size(), grey->data(), *w, 0, *h, TJPF_GRAY, 0) == 0;
+    }
+    tjDestroy(d);
+    return ok;
+}
+
+FramesOptions framesOptions(const std::string& format, FrameSize size, uint64_t count,
+                            const std::string& dir) {
+    FramesOptions o;
+    o.format = findFormat(format);
+    o.size = size;
+    o.count = count;
+    o.dir = dir;
+    return o;
+}
+
+}  // namespace
+
+TEST(FrameSetMakerTest, MjpegSetIsNumberedFromZeroInTheClientsLayout) {
+    uvc_host_test::TempDir dir;
+    FrameSetMaker maker(framesOptions("MJPG", {96, 64}, 3, dir.path()));
+    std::string where, error;
+    ASSERT_TRUE(maker.make(&where, &error)) << error;
+    EXPECT_EQ(where, dir.path() + "/mjpeg/96_64");
+    std::vector<std::vector<uint8_t>> greys;
+    for (int i = 0; i < 3; ++i) {
+        std::vector<uint8_t> jpeg = dir.read("mjpeg/96_64/frame" + std::to_string(i) + ".jpg");
+        int w = 0, h = 0;
+        std::vector<uint8_t> grey;
+        ASSERT_TRUE(decodeGrey(jpeg, &w, &h, &grey)) << i;
+        EXPECT_EQ(w, 96);
+        EXPECT_EQ(h, 64);
+        greys.push_back(grey);
+    }
+    EXPECT_NE(greys[0], greys[1]);
+    EXPECT_NE(greys[1], greys[2]);
+    EXPECT_NE(access(dir.file("mjpeg/96_64/frame3.jpg").c_str(), F_OK), 0);
+}
+
+TEST(FrameSetMakerTest, ShorterSetRemovesTheTailOfAnEarlierOne) {
+    uvc_host_test::TempDir dir;
+    std::string where, error;
+    ASSERT_TRUE(FrameSetMaker(framesOptions("MJPG", {32, 16}, 5, dir.path())).make(&where, &error));
+    ASSERT_TRUE(FrameSetMaker(framesOptions("MJPG", {32, 16}, 2, dir.path())).make(&where, &error));
+    EXPECT_EQ(access(dir.file("mjpeg/32_16/frame1.jpg").c_str(), R_OK), 0);
+    // The client plays frame files up to the first missing number.
+    for (int i = 2; i < 5; ++i) {
+        EXPECT_NE(access(dir.file("mjpeg/32_16/frame" + std::to_string(i) + ".jpg").c_str(), F_OK),
+                  0)
+            << i;
+    }
+}
+
+TEST(FrameSetMakerTest, H264WithoutEncoderSaysSo) {
+    uvc_host_test::TempDir dir;
+    const char* oldPath = std::getenv("PATH");
+    std::string saved = oldPath ? oldPath : "";
+    setenv("PATH", dir.path().c_str(), 1);
+    std::string where, error;
+    bool made = FrameSetMaker(framesOptions("H264", {64, 48}, 2, dir.path())).make(&where, &error);
+    setenv("PATH", saved.c_str(), 1);
+    EXPECT_FALSE(made);
+    EXPECT_NE(error.find("no H.264 encoder"), std::string::npos) << error;
+
+    FramesOptions odd = framesOptions("H264", {63, 48}, 2, dir.path());
+    odd.encoder = "/bin/true";
+    EXPECT_FALSE(FrameSetMaker(odd).make(&where, &error));
+    EXPECT_NE(error.find("even"), std::string::npos) << error;
+
+    FramesOptions fake = framesOptions("H264", {64, 48}, 2, dir.path());
+    fake.encoder = "/bin/false";
+    EXPECT_FALSE(FrameSetMaker(fake).make(&where, &error));
+    EXPECT_NE(error.find("encoder failed"), std::string::npos) << error;
+}
+
+TEST(FrameSetMakerTest, FileLayoutMatchesTheClient) {
+    EXPECT_EQ(frameFilePath("/data/h264_frames", *findFormat("MJPG"), {1280, 720}, 0),
+              "/data/h264_frames/mjpeg/1280_720/frame0.jpg");
+    EXPECT_EQ(frameFilePath("/r", *findFormat("S264"), {640, 480}, 12), "/r/640_480/frame12");
+}
+
+TEST(AnnexBSplitterTest, CutsAtPicturesNotAtSlices) {
+    // SPS, PPS, IDR slice (first_mb 0), a second slice of the same picture
+    // (first_mb != 0), then an AUD and a P slice, then a bare P slice.
+    std::vector<uint8_t> s = {0xAA,  // junk before the first start code
+                              0,    0,    0, 1,    0x67, 0x42, 0,    0,    0, 1,
+                              0x68, 0xCE, 0, 0,    1,    0x65, 0x88, 0x01,  // IDR, first_mb 0
+                              0,    0,    1, 0x65, 0x41, 0x02,              // IDR, first_mb != 0
+                              0,    0,    0, 1,    0x09, 0xF0,              // AUD
+                              0,    0,    1, 0x41, 0x9A, 0x03,              // P, first_mb 0
+                              0,    0,    1, 0x41, 0x80, 0x04};             // next picture
+    std::vector<std::vector<uint8_t>> units = splitAccessUnits(s);
+    ASSERT_EQ(units.size(), 3u);
+    EXPECT_EQ(units[0].size(), 24u);  // SPS + PPS + two slices
+    EXPECT_EQ(units[0][4], 0x67);
+    EXPECT_EQ(units[1][4], 0x09);
+    EXPECT_EQ(units[2], (std::vector<uint8_t>{0, 0, 1, 0x41, 0x80, 0x04}));
+    EXPECT_TRUE(splitAccessUnits({}).empty());
+    EXPECT_TRUE(splitAccessUnits({1, 2, 3}).empty());
+}
+
+TEST(TestImageTest, DigitsAreDrawnAndClipped) {
+    std::vector<uint8_t> plane(20 * 10, 0);
+    DigitPainter p(plane.data(), 20, 20, 10);
+    p.draw("1", 0, 0, 1, 200);
+    // The "1" glyph: column 2 set in rows 0 to 6, row 6 from column 1 to 3.
+    EXPECT_EQ(plane[0 * 20 + 2], 200);
+    EXPECT_EQ(plane[6 * 20 + 1], 200);
+    EXPECT_EQ(plane[0 * 20 + 0], 0);
+    p.draw("88", 15, 5, 3, 99);  // mostly outside: no write out of bounds
+    EXPECT_EQ(DigitPainter::textWidth("123", 2), 34);
+
+    TestImage a({64, 48}, 7), b({64, 48}, 8);
+    EXPECT_NE(a.packed(), b.packed());
+    EXPECT_EQ(a.packed().size(), 64u * 48 * 3 / 2);
+    TestImage odd({5, 3}, 1);
+    EXPECT_EQ(odd.packed().size(), 15u + 2 * 3 * 2);
+}
+
+TEST(JpegEncoderTest, EveryRawFormatEncodesToItsSize) {
+    JpegEncoder encoder;
+    for (const char* name : {"YUYV", "YU12", "NV12"}) {
+        const VideoFormat& f = *findFormat(name);
+        std::vector<uint8_t> frame(f.rawFrameBytes(64, 32), 0);
+        // Luma 200 everywhere, in each format's own layout.
+        if (std::string(name) == "YUYV") {
+            for (size_t i = 0; i < frame.size(); i += 2) {
+                frame[i] = 200;
+                frame[i + 1] = 128;
+            }
+        } else {
+            std::fill(frame.begin(), frame.begin() + 64 * 32, 200);
+            std::fill(frame.begin() + 64 * 32, frame.end(), 128);
+        }
+        std::vector<uint8_t> jpeg;
+        std::string error;
+        ASSERT_TRUE(encoder.encodeFrame(f, {64, 32}, frame.data(), frame.size(), 90, &jpeg, &error))
+            << name << ": " << error;
+        int w = 0, h = 0;
+        std::vector<uint8_t> grey;
+        ASSERT_TRUE(decodeGrey(jpeg, &w, &h, &grey)) << name;
+        EXPECT_EQ(w, 64);
+        EXPECT_EQ(h, 32);
+        EXPECT_NEAR(grey[100], 200, 3) << name;
+        EXPECT_FALSE(
+            encoder.encodeFrame(f, {64, 32}, frame.data(), frame.size() - 1, 90, &jpeg, &error));
+        EXPECT_NE(error.find("needs"), std::string::npos);
+    }
+}

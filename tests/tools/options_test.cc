@@ -1,0 +1,259 @@
+#include <gtest/gtest.h>
+
+#include "CommandOptions.h"
+#include "FakeLink.h"
+#include "HostMain.h"
+#include "TempDir.h"
+
+using namespace uvc_host;
+using uvc_host_test::contents;
+
+namespace {
+
+StreamOptions parseStream(std::vector<std::string> args, ParseOutcome* outcome) {
+    StreamOptions o;
+    *outcome = parseStreamOptions(args, &o);
+    return o;
+}
+
+// Runs the whole tool in-process against the fake library; returns the exit
+// status with what went to the results, help and error streams.
+struct ToolRun {
+    int status;
+    std::string out;
+    std::string err;
+};
+
+ToolRun runTool(std::vector<std::string> args, uvc_host_test::FakeState* state = nullptr) {
+    uvc_host_test::FakeState local;
+    FILE* out = std::tmpfile();
+    FILE* err = std::tmpfile();
+    HostEnvironment env;
+    env.link = uvc_host_test::fakeFactory(state ? state : &local);
+    env.io = [&](bool) { return HostIo{out, err, false}; };
+    env.helpOut = out;
+    env.usageErr = err;
+    ToolRun r{runHost(args, env), contents(out), contents(err)};
+    std::fclose(out);
+    std::fclose(err);
+    return r;
+}
+
+size_t lineCount(const std::string& text) {
+    size_t n = 0;
+    for (char c : text) {
+        n += c == '\n';
+    }
+    return n;
+}
+
+}  // namespace
+
+TEST(StreamOptionsTest, DefaultsAndFullCommandLine) {
+    ParseOutcome outcome;
+    StreamOptions o = parseStream({}, &outcome);
+    ASSERT_EQ(outcome.status, ParseOutcome::Ok);
+    ASSERT_EQ(o.streams.size(), 1u);
+    EXPECT_EQ(o.streams[0].text(), "0:0");
+    EXPECT_STREQ(o.format->name, "YUYV");
+    EXPECT_EQ(o.durationSec, 5);
+    EXPECT_EQ(o.frames, 0u);
+
+    o = parseStream({"--stream", "1:3", "--stream=0:2", "--size", "1280x720", "--fps", "60",
+                     "--format", "NV12", "--frames", "300", "--output", "v.yuv", "--save-frame",
+                     "4", "f.jpg", "--json", "--no-progress"},
+                    &outcome);
+    ASSERT_EQ(outcome.status, ParseOutcome::Ok) << outcome.error;
+    ASSERT_EQ(o.streams.size(), 2u);
+    EXPECT_EQ(o.streams[0].text(), "1:3");
+    EXPECT_EQ(o.streams[1].text(), "0:2");
+    EXPECT_EQ(o.size.width, 1280u);
+    EXPECT_EQ(o.size.height, 720u);
+    EXPECT_EQ(o.fps, 60u);
+    EXPECT_STREQ(o.format->name, "NV12");
+    EXPECT_EQ(o.frames, 300u);
+    EXPECT_EQ(o.durationSec, 0);
+    ASSERT_EQ(o.saveFrames.size(), 1u);
+    EXPECT_EQ(o.saveFrames[0].index, 4u);
+    EXPECT_EQ(o.saveFrames[0].path, "f.jpg");
+    EXPECT_TRUE(o.json);
+    EXPECT_FALSE(o.progress);
+
+    o = parseStream({"--stream", "all"}, &outcome);
+    ASSERT_EQ(outcome.status, ParseOutcome::Ok);
+    EXPECT_TRUE(o.allStreams);
+    ASSERT_EQ(o.streams.size(), 8u);
+    EXPECT_EQ(o.streams[7].text(), "1:3");
+}
+
+TEST(StreamOptionsTest, RejectsBadValuesWithOneReason) {
+    const std::vector<std::vector<std::string>> bad = {
+        {"--format", "RGB3"},
+        {"--format", "yuyv"},
+        {"--size", "0x720"},
+        {"--size", "1280x0"},
+        {"--size", "1280*720"},
+        {"--size", "99999x10"},
+        {"--size", "-4x3"},
+        {"--fps", "0"},
+        {"--fps", "241"},
+        {"--fps", "3.5"},
+        {"--stream", "256:0"},
+        {"--stream", "0"},
+        {"--stream", "0:0:0"},
+        {"--stream", "0:0", "--stream", "0:0"},
+        {"--stream", "all", "--stream", "0:1"},
+        {"--duration", "0"},
+        {"--duration", "nan"},
+        {"--frames", "0"},
+        {"--frames", "10", "--duration", "1"},
+        {"--timeout", "3"},
+        {"--jpeg"},
+        {"--format", "H264", "--save-frame", "1", "x.jpg"},
+        {"--save-frame", "1"},
+        {"--save-frame", "x", "f.jpg"},
+        {"--output"},
+        {"--bogus"},
+        {"extra"},
+        {"--json=yes"},
+        {"--fps-tolerance", "101"},
+    };
+    for (const auto& args : bad) {
+        ParseOutcome outcome;
+        parseStream(args, &outcome);
+        std::string joined;
+        for (const auto& a : args) {
+            joined += a + " ";
+        }
+        EXPECT_EQ(outcome.status, ParseOutcome::Error) << joined;
+        EXPECT_FALSE(outcome.error.empty()) << joined;
+        EXPECT_EQ(outcome.error.find('\n'), std::string::npos) << joined;
+    }
+}
+
+TEST(OtherOptionsTest, ControlFramesScenario) {
+    ControlOptions c;
+    ASSERT_EQ(parseControlOptions({"{}", "--stream", "1:2", "--file", "m.txt"}, &c).status,
+              ParseOutcome::Ok);
+    EXPECT_EQ(c.messages.size(), 1u);
+    EXPECT_EQ(c.stream.text(), "1:2");
+    EXPECT_EQ(c.file, "m.txt");
+    ControlOptions none;
+    EXPECT_EQ(parseControlOptions({}, &none).status, ParseOutcome::Error);
+
+    FramesOptions f;
+    ASSERT_EQ(parseFramesOptions(
+                  {"make", "--format", "MJPG", "--size", "64x48", "--count", "3", "--dir", "d"}, &f)
+                  .status,
+              ParseOutcome::Ok);
+    EXPECT_EQ(f.count, 3u);
+    FramesOptions g;
+    EXPECT_EQ(parseFramesOptions(
+                  {"make", "--format", "YUYV", "--size", "64x48", "--count", "3", "--dir", "d"}, &g)
+                  .status,
+              ParseOutcome::Error);
+    FramesOptions h;
+    EXPECT_EQ(parseFramesOptions({"remove"}, &h).status, ParseOutcome::Error);
+    FramesOptions i;
+    EXPECT_EQ(parseFramesOptions({"make", "--format", "MJPG"}, &i).status, ParseOutcome::Error);
+
+    ScenarioOptions s;
+    EXPECT_EQ(parseScenarioOptions({"a.txt", "b.txt"}, &s).status, ParseOutcome::Error);
+    ScenarioOptions t;
+    EXPECT_EQ(parseScenarioOptions({}, &t).status, ParseOutcome::Error);
+}
+
+TEST(HostMainTest, UsageErrorsExitTwoWithOneLine) {
+    const std::vector<std::vector<std::string>> bad = {
+        {},
+        {"record"},
+        {"stream", "--format", "RGB3"},
+        {"stream", "--size", "0x0"},
+        {"stream", "--frobnicate"},
+        {"control", "{\"msg_type\":"},
+        {"control", "[1,2]"},
+        {"control", "{} trailing"},
+        {"frames", "make", "--format", "MJPG"},
+        {"scenario"},
+    };
+    for (const auto& args : bad) {
+        ToolRun r = runTool(args);
+        std::string joined;
+        for (const auto& a : args) {
+            joined += a + " ";
+        }
+        EXPECT_EQ(r.status, 2) << joined;
+        EXPECT_EQ(lineCount(r.err), 1u) << joined << ": " << r.err;
+        EXPECT_EQ(r.err.rfind("uvc-host", 0), 0u) << r.err;
+        EXPECT_TRUE(r.out.empty()) << joined;
+    }
+}
+
+TEST(HostMainTest, HelpIsCompleteForEveryCommand) {
+    ToolRun main = runTool({"--help"});
+    EXPECT_EQ(main.status, 0);
+    for (const char* cmd : {"stream", "control", "frames", "scenario"}) {
+        EXPECT_NE(main.out.find(cmd), std::string::npos);
+        ToolRun r = runTool({cmd, "--help"});
+        EXPECT_EQ(r.status, 0) << cmd;
+        EXPECT_NE(r.out.find(std::string("usage: uvc-host ") + cmd), std::string::npos) << cmd;
+    }
+    // Every option the parser takes is described.
+    ToolRun stream = runTool({"stream", "--help"});
+    for (const char* opt : {"--stream", "--size", "--fps", "--format", "--duration", "--frames",
+                            "--timeout", "--frames-dir", "--jpeg", "--output", "--save-frame",
+                            "--fps-tolerance", "--json", "--no-progress", "--verbose"}) {
+        EXPECT_NE(stream.out.find(opt), std::string::npos) << opt;
+    }
+}
+
+TEST(HostMainTest, EnvironmentErrorsExitOneBeforeTheLibraryStarts) {
+    uvc_host_test::TempDir dir;
+    uvc_host_test::FakeState state;
+    ToolRun r = runTool({"stream", "--output", dir.file("missing/sub/out.yuv")}, &state);
+    EXPECT_EQ(r.status, 1);
+    EXPECT_EQ(lineCount(r.err), 1u) << r.err;
+    EXPECT_NE(r.err.find("cannot write"), std::string::npos);
+    EXPECT_FALSE(state.started);
+
+    r = runTool({"stream", "--format", "MJPG", "--frames-dir", dir.file("nothing")}, &state);
+    EXPECT_EQ(r.status, 1);
+    EXPECT_EQ(lineCount(r.err), 1u) << r.err;
+    EXPECT_NE(r.err.find("cannot read frame directory"), std::string::npos);
+
+    r = runTool({"control", "--file", dir.file("absent.txt")}, &state);
+    EXPECT_EQ(r.status, 1);
+    EXPECT_EQ(lineCount(r.err), 1u) << r.err;
+
+    r = runTool({"scenario", dir.path()}, &state);
+    EXPECT_EQ(r.status, 1);
+    EXPECT_EQ(lineCount(r.err), 1u) << r.err;
+
+    state.failStart = true;
+    r = runTool({"stream", "--frames", "3"}, &state);
+    EXPECT_EQ(r.status, 1);
+    EXPECT_NE(r.err.find("fake start failure"), std::string::npos);
+}
+
+TEST(HostMainTest, ControlPrintsEveryReplyInOrder) {
+    uvc_host_test::TempDir dir;
+    dir.write("msgs.txt",
+              "# brightness then hue\n{\"content\":{\"brightness\":\"get\"}}\n\n"
+              "{\"content\":{\"hue\":\"set\"}}\n{\"content\":{\"hue\":\"get\"}}\n");
+    uvc_host_test::FakeState state;
+    ToolRun r = runTool({"control", "{\"content\":{\"gain\":\"get\"}}", "--file",
+                         dir.file("msgs.txt"), "--stream", "0:1"},
+                        &state);
+    EXPECT_EQ(r.status, 0) << r.err;
+    ASSERT_EQ(state.sent.size(), 4u);
+    EXPECT_EQ(r.out,
+              "{\"response\":{\"content\":{\"gain\":\"get\"}}}\n"
+              "{\"response\":{\"content\":{\"brightness\":\"get\"}}}\n"
+              "{\"response\":{\"content\":{\"hue\":\"get\"}}}\n");
+    EXPECT_TRUE(state.stopped);
+
+    dir.write("bad.txt", "{\"a\":1}\nnot json\n");
+    r = runTool({"control", "--file", dir.file("bad.txt")}, &state);
+    EXPECT_EQ(r.status, 2);
+    EXPECT_NE(r.err.find("bad.txt:2"), std::string::npos) << r.err;
+}

@@ -1,0 +1,124 @@
+#include <gtest/gtest.h>
+#include <json-c/json.h>
+
+#include "FakeLink.h"
+#include "StreamSession.h"
+#include "TempDir.h"
+
+using namespace uvc_host;
+using uvc_host_test::contents;
+
+namespace {
+
+struct Outcome {
+    int status;
+    std::string out;
+    std::string err;
+};
+
+Outcome runStream(const std::vector<std::string>& args, uvc_host_test::FakeState* state) {
+    StreamOptions o;
+    EXPECT_EQ(parseStreamOptions(args, &o).status, ParseOutcome::Ok);
+    FILE* out = std::tmpfile();
+    FILE* err = std::tmpfile();
+    int status = StreamSession(o, uvc_host_test::fakeFactory(state), {out, err, false}).run();
+    Outcome r{status, contents(out), contents(err)};
+    std::fclose(out);
+    std::fclose(err);
+    return r;
+}
+
+}  // namespace
+
+TEST(StreamSessionTest, FramesModeStopsAtTheCountAndWritesEachStream) {
+    uvc_host_test::TempDir dir;
+    uvc_host_test::FakeState state;
+    state.framesPerHotplug = 15;
+    Outcome r = runStream(
+        {"--stream", "0:0", "--stream", "1:1", "--size", "8x4", "--frames", "10", "--output",
+         dir.file("v.yuv"), "--save-frame", "2", dir.file("f.jpg"), "--no-progress"},
+        &state);
+    EXPECT_EQ(r.status, 0) << r.out << r.err;
+    // Frames beyond the requested count are neither counted nor written.
+    EXPECT_EQ(dir.read("v-0_0.yuv").size(), 10u * 8 * 4 * 2);
+    EXPECT_EQ(dir.read("v-1_1.yuv").size(), 10u * 8 * 4 * 2);
+    EXPECT_FALSE(dir.read("f-0_0.jpg").empty());
+    EXPECT_FALSE(dir.read("f-1_1.jpg").empty());
+    EXPECT_NE(r.out.find("stream 1:1: ok"), std::string::npos) << r.out;
+    EXPECT_NE(r.out.find("frames 10 (empty 0)"), std::string::npos) << r.out;
+    EXPECT_NE(r.out.find("ffplay -f rawvideo -pixel_format yuyv422 -video_size 8x4"),
+              std::string::npos);
+    EXPECT_EQ(state.hotplugs, (std::vector<std::string>{"4@0:0", "4@1:1"}));
+    EXPECT_TRUE(state.settings.copyFrameBytes);
+    EXPECT_TRUE((state.configs[StreamKey{1, 1}].streaming));
+}
+
+TEST(StreamSessionTest, JsonSummaryHoldsEveryField) {
+    uvc_host_test::FakeState state;
+    state.framesPerHotplug = 5;
+    state.recoveries = 2;
+    Outcome r = runStream({"--frames", "5", "--json", "--size", "8x4", "--fps", "25"}, &state);
+    EXPECT_EQ(r.status, 0) << r.err;
+    ASSERT_EQ(r.out.back(), '\n');
+    json_object* root = json_tokener_parse(r.out.c_str());
+    ASSERT_NE(root, nullptr) << r.out;
+    json_object* streams = nullptr;
+    ASSERT_TRUE(json_object_object_get_ex(root, "streams", &streams));
+    ASSERT_EQ(json_object_array_length(streams), 1u);
+    json_object* s = json_object_array_get_idx(streams, 0);
+    auto number = [&](const char* key) {
+        json_object* v = nullptr;
+        EXPECT_TRUE(json_object_object_get_ex(s, key, &v)) << key;
+        return json_object_get_double(v);
+    };
+    EXPECT_EQ(number("stream_id"), 0);
+    EXPECT_EQ(number("stream_idx"), 0);
+    EXPECT_EQ(number("frames"), 5);
+    EXPECT_EQ(number("empty_frames"), 0);
+    EXPECT_NEAR(number("achieved_fps"), 25, 0.01);
+    EXPECT_NEAR(number("interval_median_ms"), 40, 0.01);
+    EXPECT_NEAR(number("interval_p99_ms"), 40, 0.01);
+    EXPECT_NEAR(number("interval_max_ms"), 40, 0.01);
+    EXPECT_EQ(number("bytes"), 5 * 64);
+    EXPECT_EQ(number("recoveries"), 2);
+    json_object_put(root);
+    // Nothing but the JSON object on the results stream.
+    EXPECT_EQ(r.out.find('\n'), r.out.size() - 1);
+    EXPECT_FALSE(state.settings.copyFrameBytes);
+}
+
+TEST(StreamSessionTest, FailsOnShortEmptyOrMistimedStreams) {
+    uvc_host_test::FakeState few;
+    few.framesPerHotplug = 3;
+    Outcome r = runStream({"--frames", "5", "--timeout", "0.1", "--no-progress"}, &few);
+    EXPECT_EQ(r.status, 1);
+    EXPECT_NE(r.out.find("received 3 of 5 frames in time"), std::string::npos) << r.out;
+
+    uvc_host_test::FakeState empty;
+    empty.frameSize = 0;
+    empty.framesPerHotplug = 4;
+    uvc_host_test::TempDir dir;
+    Outcome e = runStream({"--frames", "4", "--format", "MJPG", "--frames-dir", dir.path(),
+                           "--no-progress", "--size", "8x4"},
+                          &empty);
+    EXPECT_EQ(e.status, 1);
+    EXPECT_NE(e.err.find("warning: no frame file " + dir.path() + "/mjpeg/8_4/frame0.jpg"),
+              std::string::npos)
+        << e.err;
+    EXPECT_NE(e.out.find("4 empty frames (no frame files for this size?"), std::string::npos)
+        << e.out;
+
+    // Frames 1/30 s apart while 60 fps were configured: outside 10 %, but
+    // inside a tolerance of 60 %.
+    uvc_host_test::FakeState slow;
+    slow.framesPerHotplug = 10;
+    slow.pacingFps = 30;
+    Outcome s = runStream({"--frames", "10", "--fps", "60", "--no-progress"}, &slow);
+    EXPECT_EQ(s.status, 1);
+    EXPECT_NE(s.out.find("achieved 30.00 fps, configured 60 (tolerance 10.00 %)"),
+              std::string::npos)
+        << s.out;
+    Outcome lax = runStream(
+        {"--frames", "10", "--fps", "60", "--no-progress", "--fps-tolerance", "60"}, &slow);
+    EXPECT_EQ(lax.status, 0) << lax.out;
+}

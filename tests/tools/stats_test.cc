@@ -1,0 +1,80 @@
+#include <gtest/gtest.h>
+
+#include "FrameStats.h"
+
+using uvc_host::FrameStats;
+using uvc_host::StatsSummary;
+
+namespace {
+
+std::vector<uint64_t> arrivalsFromGapsMs(const std::vector<double>& gaps) {
+    std::vector<uint64_t> t{5000000000ull};
+    for (double g : gaps) {
+        t.push_back(t.back() + uint64_t(g * 1e6));
+    }
+    return t;
+}
+
+}  // namespace
+
+TEST(FrameStatsTest, IntervalStatisticsOfKnownGaps) {
+    double median = 0, p99 = 0, max = 0;
+    // Odd count: the middle value.
+    FrameStats::intervals(arrivalsFromGapsMs({30, 40, 10, 20, 50}), &median, &p99, &max);
+    EXPECT_DOUBLE_EQ(median, 30);
+    EXPECT_DOUBLE_EQ(p99, 50);
+    EXPECT_DOUBLE_EQ(max, 50);
+    // Even count: the mean of the two middle values.
+    FrameStats::intervals(arrivalsFromGapsMs({10, 40, 20, 30}), &median, &p99, &max);
+    EXPECT_DOUBLE_EQ(median, 25);
+    EXPECT_DOUBLE_EQ(max, 40);
+
+    // 200 gaps: 197 of 33 ms, then 50, 60 and 100 ms. The nearest rank of the
+    // 99th percentile is the 198th smallest (ceil(0.99 * 200)): 50 ms, not
+    // the maximum.
+    std::vector<double> gaps(197, 33);
+    gaps.insert(gaps.end(), {100, 50, 60});
+    FrameStats::intervals(arrivalsFromGapsMs(gaps), &median, &p99, &max);
+    EXPECT_DOUBLE_EQ(median, 33);
+    EXPECT_DOUBLE_EQ(p99, 50);
+    EXPECT_DOUBLE_EQ(max, 100);
+
+    // 100 gaps: the rank is the 99th; one outlier does not show in p99.
+    std::vector<double> hundred(99, 20);
+    hundred.push_back(90);
+    FrameStats::intervals(arrivalsFromGapsMs(hundred), &median, &p99, &max);
+    EXPECT_DOUBLE_EQ(p99, 20);
+    EXPECT_DOUBLE_EQ(max, 90);
+}
+
+TEST(FrameStatsTest, ArrivalsOutOfOrderGiveNoNegativeInterval) {
+    double median = 0, p99 = 0, max = 0;
+    FrameStats::intervals({3000000, 1000000, 2000000, 4000000}, &median, &p99, &max);
+    EXPECT_DOUBLE_EQ(median, 1);
+    EXPECT_DOUBLE_EQ(max, 1);
+}
+
+TEST(FrameStatsTest, SummaryCountsEmptyFramesBytesAndRate) {
+    FrameStats stats;
+    StatsSummary none = stats.summary();
+    EXPECT_EQ(none.frames, 0u);
+    EXPECT_EQ(none.achievedFps, 0);
+    EXPECT_EQ(none.intervalMaxMs, 0);
+
+    stats.record(1000000000, 100);
+    StatsSummary one = stats.summary();
+    EXPECT_EQ(one.frames, 1u);
+    EXPECT_EQ(one.achievedFps, 0);  // no interval yet
+
+    // 31 frames 1/30 s apart: 30 intervals in one second.
+    FrameStats rate;
+    for (int i = 0; i <= 30; ++i) {
+        rate.record(2000000000ull + uint64_t(i) * 1000000000ull / 30, i % 10 == 0 ? 0 : 1000);
+    }
+    StatsSummary s = rate.summary();
+    EXPECT_EQ(s.frames, 31u);
+    EXPECT_EQ(s.emptyFrames, 4u);
+    EXPECT_EQ(s.bytes, 27000u);
+    EXPECT_NEAR(s.achievedFps, 30.0, 0.01);
+    EXPECT_NEAR(s.intervalMedianMs, 33.333, 0.001);
+}

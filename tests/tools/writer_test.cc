@@ -1,0 +1,94 @@
+#include <gtest/gtest.h>
+
+#include "FrameWriter.h"
+#include "OutputNaming.h"
+#include "TempDir.h"
+
+using namespace uvc_host;
+
+TEST(FrameWriterTest, RawVideoKeepsOnlyWholeFrames) {
+    uvc_host_test::TempDir dir;
+    FrameWriter w;
+    std::string error;
+    ASSERT_TRUE(w.open(dir.file("v.yuv"), *findFormat("YUYV"), {4, 2}, &error)) << error;
+    std::vector<uint8_t> frame(16, 7), shortFrame(15, 9);
+    EXPECT_TRUE(w.write(frame.data(), frame.size()));
+    EXPECT_TRUE(w.write(shortFrame.data(), shortFrame.size()));
+    EXPECT_TRUE(w.write(frame.data(), 0));
+    EXPECT_TRUE(w.write(frame.data(), frame.size()));
+    ASSERT_TRUE(w.close(&error)) << error;
+    EXPECT_EQ(w.framesWritten(), 2u);
+    EXPECT_EQ(w.framesSkipped(), 2u);
+    EXPECT_EQ(dir.read("v.yuv").size(), 32u);
+
+    // 4:2:0 frames are (width * 3) / 2 bytes per row.
+    EXPECT_EQ(findFormat("YU12")->rawFrameBytes(640, 480), 460800u);
+    EXPECT_EQ(findFormat("NV12")->rawFrameBytes(7, 2), 20u);
+    EXPECT_EQ(findFormat("MJPG")->rawFrameBytes(7, 2), 0u);
+}
+
+TEST(FrameWriterTest, JpegAndH264StreamsStayParsable) {
+    uvc_host_test::TempDir dir;
+    std::string error;
+    FrameWriter jpeg;
+    ASSERT_TRUE(jpeg.open(dir.file("v.mjpg"), *findFormat("MJPG"), {4, 2}, &error));
+    const uint8_t good[] = {0xFF, 0xD8, 0xFF, 0xE0, 0xFF, 0xD9};
+    const uint8_t junk[] = {0x00, 0x01, 0x02, 0x03};
+    jpeg.write(good, sizeof good);
+    jpeg.write(junk, sizeof junk);
+    ASSERT_TRUE(jpeg.close(&error));
+    EXPECT_EQ(jpeg.framesSkipped(), 1u);
+    EXPECT_EQ(dir.read("v.mjpg").size(), sizeof good);
+
+    // A frame without a start code gets one; one with either form is kept.
+    FrameWriter h264;
+    ASSERT_TRUE(h264.open(dir.file("v.h264"), *findFormat("S264"), {4, 2}, &error));
+    const uint8_t bare[] = {0x65, 0x88};
+    const uint8_t short3[] = {0, 0, 1, 0x41, 0x9A};
+    const uint8_t long4[] = {0, 0, 0, 1, 0x67};
+    h264.write(bare, sizeof bare);
+    h264.write(short3, sizeof short3);
+    h264.write(long4, sizeof long4);
+    ASSERT_TRUE(h264.close(&error));
+    std::vector<uint8_t> expected = {0, 0, 0, 1, 0x65, 0x88, 0, 0, 1, 0x41, 0x9A, 0, 0, 0, 1, 0x67};
+    EXPECT_EQ(dir.read("v.h264"), expected);
+}
+
+TEST(FrameWriterTest, UnwritablePathsReportTheReason) {
+    FrameWriter w;
+    std::string error;
+    EXPECT_FALSE(w.open("/nonexistent-dir/v.yuv", *findFormat("YUYV"), {4, 2}, &error));
+    EXPECT_NE(error.find("/nonexistent-dir/v.yuv"), std::string::npos);
+    EXPECT_FALSE(w.write(nullptr, 0));
+
+    // A full device: the write fails once and the failure is kept.
+    FrameWriter full;
+    ASSERT_TRUE(full.open("/dev/full", *findFormat("YUYV"), {256, 256}, &error));
+    std::vector<uint8_t> frame(256 * 256 * 2, 1);
+    for (int i = 0; i < 4; ++i) {
+        full.write(frame.data(), frame.size());
+    }
+    EXPECT_FALSE(full.close(&error));
+    EXPECT_NE(error.find("/dev/full"), std::string::npos);
+}
+
+TEST(OutputNamingTest, PerStreamNamesAndPlayCommands) {
+    EXPECT_EQ(perStreamPath("out.yuv", {1, 2}), "out-1_2.yuv");
+    EXPECT_EQ(perStreamPath("/tmp/a.b/out", {0, 3}), "/tmp/a.b/out-0_3");
+    EXPECT_EQ(perStreamPath("dir/.hidden", {0, 0}), "dir/.hidden-0_0");
+    EXPECT_EQ(perStreamPath("x.tar.gz", {0, 0}), "x.tar-0_0.gz");
+
+    EXPECT_EQ(shellQuote("/tmp/v.yuv"), "/tmp/v.yuv");
+    EXPECT_EQ(shellQuote("my file's.yuv"), "'my file'\\''s.yuv'");
+
+    EXPECT_EQ(playCommand(*findFormat("YUYV"), {1280, 720}, 30, "v.yuv"),
+              "ffplay -f rawvideo -pixel_format yuyv422 -video_size 1280x720 -framerate 30 v.yuv");
+    EXPECT_EQ(playCommand(*findFormat("YU12"), {64, 48}, 15, "a b"),
+              "ffplay -f rawvideo -pixel_format yuv420p -video_size 64x48 -framerate 15 'a b'");
+    EXPECT_EQ(playCommand(*findFormat("NV12"), {64, 48}, 15, "v"),
+              "ffplay -f rawvideo -pixel_format nv12 -video_size 64x48 -framerate 15 v");
+    EXPECT_EQ(playCommand(*findFormat("MJPG"), {64, 48}, 30, "v.mjpg"),
+              "ffplay -f mjpeg -framerate 30 v.mjpg");
+    EXPECT_EQ(playCommand(*findFormat("H264"), {64, 48}, 30, "v.h264"),
+              "ffplay -f h264 -framerate 30 v.h264");
+}
