@@ -122,15 +122,6 @@ TEST(CamSettingTable, RowValues) {
     }
 }
 
-TEST(CamSettingTable, InstanceIsOneTable) {
-    StdoutCapture quiet;
-    CamSettingCollection& a = CamSettingCollection::Instance();
-    CamSettingCollection& b = CamSettingCollection::Instance();
-    quiet.finish();
-    EXPECT_EQ(&a, &b);
-    EXPECT_EQ(a.settingsByName.size(), 29u);
-}
-
 TEST(CamSettingValues, GetAndSetByNameWithAtoiSemantics) {
     TableGuard guard;
     auto& table = CamSettingCollection::Instance();

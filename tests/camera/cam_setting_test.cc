@@ -23,13 +23,6 @@ std::string camel(const std::string& given, std::string* printed = nullptr) {
 
 }  // namespace
 
-TEST(CamSettingName, TableNamesBecomeLowerCamelCase) {
-    EXPECT_EQ(camel("WHITE_BALANCE_TEMP_AUTO"), "whiteBalanceTempAuto");
-    EXPECT_EQ(camel("AE_MODE"), "aeMode");
-    EXPECT_EQ(camel("POWER_LINE_FREQUENCY"), "powerLineFrequency");
-    EXPECT_EQ(camel("HUE"), "hue");
-}
-
 TEST(CamSettingName, SeparatorRunsAndOtherPunctuation) {
     EXPECT_EQ(camel("a__b"), "aB");     // a run of separators counts once
     EXPECT_EQ(camel("a-_-b"), "aB");    // '-' separates like '_'

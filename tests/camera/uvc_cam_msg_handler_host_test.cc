@@ -49,11 +49,3 @@ TEST_F(UvcCamMsgHandlerHostTest, SetThenGetReturnsTheNewValue) {
               (Texts{R"({ "source": "app", "response": { "gain": "-255" } })",
                      R"({ "source": "app", "response": { "whiteBalanceTemp": "5600" } })"}));
 }
-
-TEST_F(UvcCamMsgHandlerHostTest, OnlyGetEntriesSendAnything) {
-    handle(R"({"type":1,"param":1,"value":5})");
-    handle(R"({"msg_type":"uvc_report","content":{"preset":"apply","presetID":1,"hue":"3"}})");
-    handle("{}");
-    handle("garbage");
-    EXPECT_EQ(Host::instance().countCalls("onAppMessage"), 0u);
-}
