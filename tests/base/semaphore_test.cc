@@ -54,16 +54,6 @@ TEST(SemaphoreTest, NotifyWakesATimedAndAnUntimedWaiter) {
     EXPECT_EQ(s.wait(0), 1);  // both units taken
 }
 
-TEST(SemaphoreTest, UnitsAccumulate) {
-    VOLUT::Semaphore s;
-    for (int i = 0; i < 3; ++i)
-        s.notify();
-    EXPECT_EQ(s.wait(), 0);
-    EXPECT_EQ(s.wait(10), 0);
-    EXPECT_EQ(s.wait(0), 0);
-    EXPECT_EQ(s.wait(0), 1);
-}
-
 TEST(BlockingQueueTest, EmptyGetTimesOutAndLeavesOutputAlone) {
     VOLUT::BlockingQueue<std::string> q;
     std::string out = "untouched";
@@ -90,12 +80,4 @@ TEST(BlockingQueueTest, ItemsComeOutInOrderAcrossThreads) {
     EXPECT_EQ(expected, kItems);
     EXPECT_EQ(q.size(), 0u);
     EXPECT_FALSE(q.get(0, value));
-}
-
-TEST(BlockingQueueTest, DestroyingDiscardsQueuedItems) {
-    auto q = std::make_unique<VOLUT::BlockingQueue<std::string>>();
-    q->put(std::string(1000, 'a'));
-    q->put("b");
-    EXPECT_EQ(q->size(), 2u);
-    q.reset();  // ASan reports a leak if the strings were not released
 }

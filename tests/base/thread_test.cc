@@ -8,9 +8,6 @@
 #include <chrono>
 #include <string>
 
-#include "base/AutoLock.h"
-#include "base/Functor0.h"
-#include "base/Mutex.h"
 #include "base/SystemUtil.h"
 #include "base/Thread.h"
 #include "log_test_support.h"
@@ -164,29 +161,4 @@ TEST(ThreadDeathTest, PriorityFailureIsReportedWithErrno) {
             _exit(ok ? 0 : 6);
         },
         testing::ExitedWithCode(0), "");
-}
-
-TEST(MutexTest, TrylockFailsWhileHeldElsewhere) {
-    VOLUT::Mutex m;
-    std::atomic<bool> got{true};
-    {
-        VOLUT::AutoLock lock(m);
-        std::thread other([&] { got = m.trylock(); });
-        other.join();
-    }
-    EXPECT_FALSE(got);
-    EXPECT_TRUE(m.trylock());
-    EXPECT_TRUE(m.unlock());
-}
-
-TEST(Functor0Test, CallsTheMemberOnItsObject) {
-    struct Counter {
-        int n = 0;
-        void bump() { ++n; }
-    } c;
-    VOLUT::Functor0<Counter, void (Counter::*)()> f(&c, &Counter::bump);
-    f.run();
-    f.run();
-    EXPECT_EQ(c.n, 2);
-    EXPECT_EQ(f.getObject(), &c);
 }
