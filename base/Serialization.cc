@@ -2,7 +2,9 @@
 
 #include <json-c/json.h>
 
+#include <cfloat>
 #include <climits>
+#include <cmath>
 
 #include "base/Log.h"
 
@@ -51,7 +53,15 @@ json_object* newString(const std::string& s) {
 json_object* newInt(long long v) {
     return json_object_new_int64(v);
 }
+// Where long double is wider than double, values beyond the double range
+// become infinities explicitly instead of through an out-of-range cast.
 json_object* newDouble(long double v) {
+    if (v > DBL_MAX) {
+        return json_object_new_double(HUGE_VAL);
+    }
+    if (v < -DBL_MAX) {
+        return json_object_new_double(-HUGE_VAL);
+    }
     return json_object_new_double(static_cast<double>(v));
 }
 json_object* newBoolean(bool v) {

@@ -147,7 +147,9 @@ TEST(SerializationRoundTrip, EveryKindSurvivesExceptEmptyArrays) {
     Dictionary dec;
     dec.setDecimal("tenth", 0.1L);
     dec.setDecimal("inf", std::numeric_limits<long double>::infinity());
+    dec.setDecimal("widest", -std::numeric_limits<long double>::max());
     back = parse(Serialization::serialize(dec));
+    EXPECT_EQ(-HUGE_VALL, back.getDecimal("widest"));
     EXPECT_EQ(static_cast<long double>(0.1), back.getDecimal("tenth"));
     EXPECT_TRUE(std::isinf(back.getDecimal("inf")));
 }
