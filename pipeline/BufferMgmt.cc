@@ -63,6 +63,15 @@ void BufferMgmt::stopStream() {
         msgThread.join();
     std::lock_guard<std::recursive_mutex> guard(lock);
     threadStarted = false;
+    // Drop a wake-up the thread did not need; filled buffers keep their order.
+    int32_t waiting = convertQ.size();
+    for (int32_t i = 0; i < waiting; ++i) {
+        std::unique_ptr<FlatTestBuffer> buffer;
+        if (!convertQ.tryPop(buffer))
+            break;
+        if (buffer)
+            convertQ.push(std::move(buffer));
+    }
 }
 
 void BufferMgmt::msgHandler() {
