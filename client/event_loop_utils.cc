@@ -29,12 +29,21 @@ std::atomic<int> registered_count{0};
 // registered_count, so the loop behaves as documented when nothing else is
 // registered.
 std::atomic<bool> stop_requested{false};
-std::once_flag stop_fd_once;
-int stop_fd = -1;
+std::mutex stop_fd_mutex;
+std::atomic<int> stop_fd{-1};
+
+// Made on first need; retried later if descriptors ran out at that moment.
+int ensure_stop_fd() {
+    std::lock_guard<std::mutex> guard(stop_fd_mutex);
+    if (stop_fd.load() < 0) {
+        stop_fd.store(eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC));
+    }
+    return stop_fd.load();
+}
 
 void drain_stop_fd(void*) {
     uint64_t count;
-    ssize_t r = read(stop_fd, &count, sizeof(count));
+    ssize_t r = read(stop_fd.load(), &count, sizeof(count));
     (void)r;  // nothing to read is fine: another wait drained it
 }
 
@@ -79,7 +88,7 @@ WaitResult wait_once(int n, int timeout) {
 extern "C" {
 
 int event_loop_init(void) {
-    std::call_once(stop_fd_once, [] { stop_fd = eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC); });
+    const int wake_fd = ensure_stop_fd();
     const int fd = epoll_create(40);
     epoll_fd.store(fd);
     if (fd == -1) {
@@ -87,12 +96,12 @@ int event_loop_init(void) {
         return -1;
     }
     stop_requested.store(false);
-    if (stop_fd >= 0) {
+    if (wake_fd >= 0) {
         drain_stop_fd(nullptr);
         epoll_event ev = {};
         ev.events = EPOLLIN;
         ev.data.ptr = &stop_record;
-        epoll_ctl(fd, EPOLL_CTL_ADD, stop_fd, &ev);
+        epoll_ctl(fd, EPOLL_CTL_ADD, wake_fd, &ev);
     }
     return 0;
 }
@@ -151,10 +160,10 @@ namespace event_loop_utils {
 
 void stop() {
     stop_requested.store(true);
-    std::call_once(stop_fd_once, [] { stop_fd = eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC); });
-    if (stop_fd >= 0) {
+    const int wake_fd = ensure_stop_fd();
+    if (wake_fd >= 0) {
         const uint64_t one = 1;
-        ssize_t r = write(stop_fd, &one, sizeof(one));
+        ssize_t r = write(wake_fd, &one, sizeof(one));
         (void)r;  // a saturated counter still wakes the wait
     }
 }

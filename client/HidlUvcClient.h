@@ -1,0 +1,49 @@
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "camera/UvcCamMsgHandler.h"
+#include "client/StreamHandler.h"
+#include "trevo/CompositorBridge.h"
+#include "trevo/HotPlugHandler.h"
+
+namespace hidl_uvc_client {
+
+// The bridge's callback object: keeps one stream handler per UVC stream and
+// passes camera-control messages to the camera message handler.
+class HidlUvcClient : public trevo::HotPlugHandler {
+public:
+    HidlUvcClient();
+    // Unregisters from the bridge first, so that no callback reaches a
+    // half-destroyed client; then the stream handlers are destroyed.
+    ~HidlUvcClient() override;
+
+    HidlUvcClient(const HidlUvcClient&) = delete;
+    HidlUvcClient& operator=(const HidlUvcClient&) = delete;
+
+    void hotplug(trevo::ConnectionStatus status, uint8_t stream_id, uint8_t stream_idx) override;
+    void setting(std::string message, uint8_t stream_id, uint8_t stream_idx) override;
+
+    void HandleStreamChanged(uint8_t stream_id, uint8_t stream_idx);
+
+    // "<stream_id>:<stream_idx>", both decimal.
+    static std::string streamKey(uint8_t stream_id, uint8_t stream_idx);
+
+    // For tests and tools: the handler under `key`, null when none; and the
+    // keys present. Both take the registry lock for the look-up only.
+    StreamHandler* handlerForTest(const std::string& key);
+    std::vector<std::string> streamKeysForTest();
+
+private:
+    trevo::CompositorBridge bridge;
+    uvc_client::UvcCamMsgHandler camMsgHandler;
+    std::mutex streamsLock;
+    std::map<std::string, std::unique_ptr<StreamHandler>> streams;
+};
+
+}  // namespace hidl_uvc_client

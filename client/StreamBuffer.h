@@ -1,0 +1,49 @@
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+
+#include "client/timer.h"
+#include "pipeline/DemoBuffer.h"
+
+namespace hidl_uvc_client {
+class StreamHandler;
+}
+
+namespace uvc_client {
+
+// The frame source of a stream: once per frame period (its own wake alarm,
+// run by the event loop) it takes a free frame buffer from the stream
+// handler, has the frame maker fill it and hands it back for sending.
+class StreamBuffer {
+public:
+    StreamBuffer(hidl_uvc_client::StreamHandler* handler, unsigned char stream_id,
+                 unsigned char stream_idx);
+    // The timer's destruction disarms, unregisters and closes its descriptor.
+    virtual ~StreamBuffer();
+
+    StreamBuffer(const StreamBuffer&) = delete;
+    StreamBuffer& operator=(const StreamBuffer&) = delete;
+
+    // Arms the wake alarm: first frame after 30 ms, then one per `period` s.
+    void startStream(double period);
+    // Disarms it; does not wait for an expiry already being handled.
+    void stopStream();
+    // One frame; the timer's callback (loop thread).
+    void LoadFrameTimeoutHandler();
+
+    // Read-only views for tests and tools (loop thread, or while stopped).
+    const DemoBuffer& demoForTest() const { return demo; }
+    const util::hidl_uvc_client::timer* timerForTest() const { return timer.get(); }
+
+private:
+    hidl_uvc_client::StreamHandler* handler;
+    DemoBuffer demo;
+    uint32_t stream_id;
+    uint32_t stream_idx;
+    std::unique_ptr<util::hidl_uvc_client::timer> timer;
+    std::function<void()> onTimeout;
+};
+
+}  // namespace uvc_client
