@@ -217,6 +217,10 @@ TEST_F(HostToolTest, BadInputNeverCrashes) {
         EXPECT_EQ(r.status, 2) << args[0] << " " << r.err;
         EXPECT_EQ(std::count(r.err.begin(), r.err.end(), '\n'), 1) << r.err;
     }
+    ToolRun noEncoder = run({"frames", "make", "--format", "H264", "--size", "64x48", "--count",
+                             "2", "--dir", dir_.file("h"), "--encoder", "/nonexistent/ffmpeg"});
+    EXPECT_EQ(noEncoder.status, 1);
+    EXPECT_EQ(std::count(noEncoder.err.begin(), noEncoder.err.end(), '\n'), 1) << noEncoder.err;
     ToolRun unwritable = run({"stream", "--output", "/proc/forbidden/v.yuv", "--frames", "1"});
     EXPECT_EQ(unwritable.status, 1);
     EXPECT_EQ(std::count(unwritable.err.begin(), unwritable.err.end(), '\n'), 1) << unwritable.err;

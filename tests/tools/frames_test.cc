@@ -1,4 +1,5 @@
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 #include <turbojpeg.h>
 #include <unistd.h>
 
@@ -96,6 +97,32 @@ TEST(FrameSetMakerTest, H264WithoutEncoderSaysSo) {
     fake.encoder = "/bin/false";
     EXPECT_FALSE(FrameSetMaker(fake).make(&where, &error));
     EXPECT_NE(error.find("encoder failed"), std::string::npos) << error;
+}
+
+TEST(FrameSetMakerTest, H264StreamFromTheEncoderIsCutIntoFrameFiles) {
+    // An "encoder" that swallows the raw pictures and writes two access
+    // units (SPS + IDR, then P) to the file named last.
+    uvc_host_test::TempDir dir;
+    dir.write("fake-ffmpeg",
+              "#!/bin/sh\ncat >/dev/null\nfor out; do :; done\n"
+              "printf '\\000\\000\\000\\001\\147\\102\\000\\000\\001\\145\\210\\001"
+              "\\000\\000\\001\\101\\232\\002' >\"$out\"\n");
+    ASSERT_EQ(chmod(dir.file("fake-ffmpeg").c_str(), 0755), 0);
+    FramesOptions o = framesOptions("H264", {64, 48}, 2, dir.file("set"));
+    o.encoder = dir.file("fake-ffmpeg");
+    std::string where, error;
+    ASSERT_TRUE(FrameSetMaker(o).make(&where, &error)) << error;
+    EXPECT_EQ(where, dir.file("set/64_48"));
+    EXPECT_EQ(dir.read("set/64_48/frame0"),
+              (std::vector<uint8_t>{0, 0, 0, 1, 0x67, 0x42, 0, 0, 1, 0x65, 0x88, 0x01}));
+    EXPECT_EQ(dir.read("set/64_48/frame1"), (std::vector<uint8_t>{0, 0, 1, 0x41, 0x9A, 0x02}));
+    // The whole stream was only a step on the way.
+    EXPECT_NE(access(dir.file("set/64_48/.encoding.h264").c_str(), F_OK), 0);
+
+    // A picture count that does not match is an error, not a short set.
+    o.count = 3;
+    EXPECT_FALSE(FrameSetMaker(o).make(&where, &error));
+    EXPECT_NE(error.find("2 pictures, not 3"), std::string::npos) << error;
 }
 
 TEST(FrameSetMakerTest, FileLayoutMatchesTheClient) {
