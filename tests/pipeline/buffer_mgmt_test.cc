@@ -94,6 +94,13 @@ TEST_F(BufferMgmtTest, ConstructionFillsTheQueueAndRegistersOnce) {
     // Destruction left the sinks: TearDown checks the count.
 }
 
+TEST_F(BufferMgmtTest, FactoryWithoutPluginsMapsOnlyTheBuiltInPairs) {
+    const auto& table = factory().converterTable();
+    ASSERT_EQ(table.size(), 2u);
+    EXPECT_EQ(table.at({17, 20}), factory().builtInConverter());
+    EXPECT_EQ(table.at({35, 20}), factory().builtInConverter());
+}
+
 TEST_F(BufferMgmtTest, StopWithoutStartOnlyClearsRunning) {
     BufferMgmt mgmt(3, 64, &bridge, 0, 0);
     mgmt.stopStream();
