@@ -72,7 +72,10 @@ void HidlUvcClient::setting(std::string message, uint8_t stream_id, uint8_t stre
     __android_log_print(ANDROID_LOG_INFO, kTag, "Got %s message\n", "setting");
     std::printf("Got %s message with: stream_id [%u] | stream_idx [%u]\n", "setting", stream_id,
                 stream_idx);
-    camMsgHandler.handleMessage(message, bridge);
+    {
+        std::lock_guard<std::mutex> guard(settingLock);
+        camMsgHandler.handleMessage(message, bridge);
+    }
     std::cout << '\n' << "cam setting\n";
 }
 

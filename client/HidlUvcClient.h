@@ -43,6 +43,10 @@ private:
     trevo::CompositorBridge bridge;
     uvc_client::UvcCamMsgHandler camMsgHandler;
     std::mutex streamsLock;
+    // Camera control keeps no lock of its own and the bridge may call
+    // setting() on several threads, so messages are handled one at a time.
+    // Never held together with another lock of the client.
+    std::mutex settingLock;
     std::map<std::string, std::unique_ptr<StreamHandler>> streams;
 };
 

@@ -95,6 +95,39 @@ TEST_F(ClientTest, SettingGoesToTheCameraHandlerWhateverTheStream) {
     EXPECT_EQ(std::vector<std::string>{"0:0"}, client.streamKeysForTest());
 }
 
+TEST_F(ClientTest, SettingsFromSeveralLanesAreHandledOneAtATime) {
+    HidlUvcClient client;
+    testing::internal::CaptureStdout();
+    std::vector<uint64_t> tickets;
+    for (int i = 0; i < 40; ++i) {
+        const std::string msg =
+            i % 2
+                ? R"({"msg_type":"uvc_report","content":{"brightness":"get"}})"
+                : R"({"msg_type":"uvc_report","content":{"brightness":)" + std::to_string(i) + "}}";
+        tickets.push_back(host.setting(msg, 0, 0, i % 4));
+    }
+    for (uint64_t t : tickets) {
+        EXPECT_TRUE(host.waitDelivered(t, 5s));
+    }
+    testing::internal::GetCapturedStdout();
+    EXPECT_EQ(20u, host.appMessages().size());
+}
+
+TEST_F(ClientTest, EarlyStreamChangeRacesTheFirstHandler) {
+    host.setConfig(0, 0, streamConfig(16, 8, 30, DemoBuffer::kFormatYUYV, 0));
+    for (int round = 0; round < 10; ++round) {
+        std::vector<uint64_t> tickets;
+        for (int lane = 0; lane < 3; ++lane) {
+            tickets.push_back(host.hotplug(4, 0, 0, lane));
+        }
+        HidlUvcClient client;  // events arrive while it registers and inserts 0:0
+        for (uint64_t t : tickets) {
+            EXPECT_TRUE(host.waitDelivered(t, 5s));
+        }
+        EXPECT_EQ(std::vector<std::string>{"0:0"}, client.streamKeysForTest());
+    }
+}
+
 TEST_F(ClientTest, DestroyedClientIsUnregistered) {
     {
         HidlUvcClient client;

@@ -42,12 +42,14 @@ TEST_F(StressTest, RandomStreamChangesFromSeveralLanes) {
         }
     }
     const auto deadline = std::chrono::steady_clock::now() + 60s;
-    EXPECT_GT(host.frames().size(), 0u) << "frames flowed during the changes";
     for (uint64_t t : tickets) {
         const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
             deadline - std::chrono::steady_clock::now());
         ASSERT_TRUE(host.waitDelivered(t, std::max(left, 1ms))) << "stream change stuck";
     }
+
+    std::this_thread::sleep_for(100ms);
+    EXPECT_GT(host.frames().size(), 0u) << "no stream ran during the changes";
 
     // Every stream streams again, then stops with all buffers home.
     host.clearFrames();
