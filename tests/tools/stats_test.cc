@@ -1,6 +1,10 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
+
 #include "FrameStats.h"
+#include "ProgressReporter.h"
+#include "TempDir.h"
 
 using uvc_host::FrameStats;
 using uvc_host::StatsSummary;
@@ -77,4 +81,31 @@ TEST(FrameStatsTest, SummaryCountsEmptyFramesBytesAndRate) {
     EXPECT_EQ(s.bytes, 27000u);
     EXPECT_NEAR(s.achievedFps, 30.0, 0.01);
     EXPECT_NEAR(s.intervalMedianMs, 33.333, 0.001);
+}
+
+TEST(ProgressReporterTest, PlainLinesOncePerSecondRatesOverTheLastSpan) {
+    FILE* f = std::tmpfile();
+    uvc_host::ProgressReporter plain(f, false);
+    plain.update(0.5, 15, 500000);  // too soon for a plain line
+    plain.update(1.0, 30, 1000000);
+    plain.update(1.5, 45, 1500000);
+    plain.update(3.0, 60, 4000000);  // 30 frames and 3 MB over 2 s
+    plain.finish();
+    std::string text = uvc_host_test::contents(f);
+    std::fclose(f);
+    EXPECT_EQ(text,
+              "   1.0 s        30 frames    30.00 fps      1.00 MB/s\n"
+              "   3.0 s        60 frames    15.00 fps      1.50 MB/s\n");
+
+    FILE* t = std::tmpfile();
+    uvc_host::ProgressReporter terminal(t, true);
+    terminal.update(0.25, 8, 0);
+    terminal.update(0.5, 15, 0);
+    terminal.finish();
+    std::string line = uvc_host_test::contents(t);
+    std::fclose(t);
+    // Rewritten in place, ended once.
+    EXPECT_EQ(std::count(line.begin(), line.end(), '\r'), 2);
+    EXPECT_EQ(line.back(), '\n');
+    EXPECT_EQ(std::count(line.begin(), line.end(), '\n'), 1);
 }
