@@ -116,7 +116,8 @@ start (otherwise right after the previous line).
 
 configure sets what the host reports; the library learns of it with the
 hot-plug event (status 4). Frames count from the start, per stream; replies
-count from the last control message. An expectation waits up to "within_ms"
+count from the last control or hot-plug event (the library answers a stream
+change with a message of its own). An expectation waits up to "within_ms"
 (default 2000) for its minimum, then checks minimum and maximum. Every
 expectation prints a line; a failed one also names FILE:LINE on stderr.
 

@@ -20,8 +20,8 @@ namespace uvc_host {
 //   {"wait_ms":500}
 //   {"fail_sends":3}                                  next 3 hand-overs lose the connection
 //   {"expect":{"frames":{"stream":"0:0","min":10,"max":100}}}
-//   {"expect":{"reply_contains":"brightness"}}        in a reply to the last control
-//   {"expect":{"replies":{"min":1,"max":1}}}          replies to the last control
+//   {"expect":{"reply_contains":"brightness"}}        in a reply to the last control/hotplug
+//   {"expect":{"replies":{"min":1,"max":1}}}          replies to the last control/hotplug
 //   {"expect":{"recoveries":{"min":1}}}
 // An expectation waits up to "within_ms" (in "expect", default 2000) for a
 // minimum to be reached, then checks it and the maximum.

@@ -48,7 +48,7 @@ bool ScenarioRunner::evaluate(UvcLink& link, const ScenarioEvent& e, bool* reach
             }
             *reached = false;
             size_t n = replies.size() > repliesMark_ ? replies.size() - repliesMark_ : 0;
-            *detail = "no reply to the last control message contains \"" + e.text + "\" (" +
+            *detail = "no reply to the last event contains \"" + e.text + "\" (" +
                       std::to_string(n) + " replies)";
             return false;
         }
@@ -59,7 +59,7 @@ bool ScenarioRunner::evaluate(UvcLink& link, const ScenarioEvent& e, bool* reach
         case ScenarioEvent::Subject::Replies: {
             size_t total = link.replies().size();
             count = total > repliesMark_ ? total - repliesMark_ : 0;
-            what = std::to_string(count) + " replies to the last control message";
+            what = std::to_string(count) + " replies to the last event";
             break;
         }
         case ScenarioEvent::Subject::Recoveries:
@@ -95,6 +95,9 @@ bool ScenarioRunner::perform(UvcLink& link, const ScenarioEvent& e) {
         }
         case ScenarioEvent::Kind::Hotplug: {
             uint8_t id = e.allStreams ? 255 : e.stream.id;
+            // Both events are handled synchronously on delivery, so what
+            // arrives after this one is its answer, not the last control's.
+            repliesMark_ = link.replies().size();
             if (!link.hotplug(e.status, id, e.stream.idx, kDeliveryTimeout)) {
                 std::fprintf(io_.err, "%shot-plug event not handled within 5 s\n", where.c_str());
                 return false;

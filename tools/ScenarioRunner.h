@@ -33,7 +33,7 @@ private:
     HostIo io_;
     std::mutex mutex_;
     std::map<StreamKey, uint64_t> frames_;
-    size_t repliesMark_ = 0;  // replies before the last control message
+    size_t repliesMark_ = 0;  // replies before the last control or hot-plug event
 };
 
 }  // namespace uvc_host

@@ -2,7 +2,8 @@
 
 // A stand-in for the library behind UvcLink: a hot-plug event for a
 // streaming stream delivers `framesPerHotplug` frames at once, spaced one
-// frame period apart; every control message containing "get" is answered.
+// frame period apart and a reply "stream changed"; every control message
+// containing "get" is answered.
 
 #include <map>
 #include <mutex>
@@ -50,6 +51,8 @@ public:
     bool hotplug(int status, uint8_t id, uint8_t idx, std::chrono::milliseconds) override {
         s_->hotplugs.push_back(std::to_string(status) + "@" + std::to_string(id) + ":" +
                                std::to_string(idx));
+        // The library answers every stream change with a message of its own.
+        s_->replies.push_back("stream changed");
         for (auto& [key, c] : s_->configs) {
             if ((id != 255 && !(key == uvc_host::StreamKey{id, idx})) || !c.streaming ||
                 status != 4) {

@@ -149,6 +149,21 @@ TEST(ScenarioRunnerTest, PassingAndFailingExpectations) {
     EXPECT_EQ(clean.hotplugs[0], "4@255:0");
 }
 
+TEST(ScenarioRunnerTest, RepliesCountFromTheLastControlOrHotplug) {
+    uvc_host_test::FakeState state;
+    Outcome r = play(
+        "{\"control\":{\"content\":{\"brightness\":\"get\"}}}\n"
+        "{\"hotplug\":{\"stream\":\"0:0\"}}\n"
+        "{\"expect\":{\"replies\":{\"min\":1,\"max\":1}}}\n"
+        "{\"expect\":{\"reply_contains\":\"stream changed\"}}\n"
+        "{\"expect\":{\"reply_contains\":\"brightness\",\"within_ms\":0}}\n",
+        &state);
+    EXPECT_EQ(r.status, 1);
+    EXPECT_NE(r.out.find("line 3: ok: 1 replies to the last event"), std::string::npos) << r.out;
+    EXPECT_NE(r.out.find("line 4: ok"), std::string::npos) << r.out;
+    EXPECT_NE(r.out.find("line 5: FAILED"), std::string::npos) << r.out;
+}
+
 TEST(ScenarioRunnerTest, MalformedFileRunsNothing) {
     uvc_host_test::FakeState state;
     Outcome r = play("{\"wait_ms\":1}\n{\"hotplug\":{\"status\":\"four\"}}\n", &state);
