@@ -52,6 +52,7 @@ options:
   --verbose            pass the library's console output to stderr
   --help               this text
 
+Ctrl-C ends the run early and still prints the summary.
 The run passes (exit 0) when every stream received frames (with --frames:
 at least N in time), none of them empty, at an achieved rate within the
 tolerance of --fps (checked from 3 frames on), and all output was written.

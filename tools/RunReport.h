@@ -31,6 +31,7 @@ struct RunReport {
     const StreamOptions* options = nullptr;
     double elapsedSec = 0;
     uint64_t recoveries = 0;
+    bool interrupted = false;  // ended early by Ctrl-C
     std::vector<StreamResult> streams;
 
     bool passed() const;

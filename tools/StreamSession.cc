@@ -11,6 +11,7 @@
 
 #include "FileUtil.h"
 #include "FrameFileLayout.h"
+#include "Interrupt.h"
 #include "JpegEncoder.h"
 #include "OutputNaming.h"
 #include "ProgressReporter.h"
@@ -207,7 +208,7 @@ int StreamSession::run() {
         if (showProgress) {
             progress.update(secondsSince(start), frames, bytes);
         }
-        if (done) {
+        if (done || interruptRequested()) {
             break;
         }
     }
@@ -220,6 +221,7 @@ int StreamSession::run() {
     uint64_t recoveries = link->recoveries();
     link->stop();
     RunReport report = collect(elapsed, recoveries);
+    report.interrupted = interruptRequested();
     if (options_.json) {
         std::fprintf(io_.out, "%s\n", summaryJson(report).c_str());
     } else {

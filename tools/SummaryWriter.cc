@@ -29,8 +29,8 @@ void addString(json_object* o, const char* key, const std::string& v) {
 
 void writeTextSummary(FILE* out, const RunReport& report) {
     const StreamOptions& o = *report.options;
-    std::fprintf(out, "\n%s %s at %u fps, %.1f s\n", o.size.text().c_str(), o.format->name, o.fps,
-                 report.elapsedSec);
+    std::fprintf(out, "\n%s %s at %u fps, %.1f s%s\n", o.size.text().c_str(), o.format->name, o.fps,
+                 report.elapsedSec, report.interrupted ? " (interrupted)" : "");
     for (const StreamResult& s : report.streams) {
         const StatsSummary& st = s.stats;
         std::fprintf(out, "stream %s: %s\n", s.key.text().c_str(),
@@ -75,6 +75,7 @@ std::string summaryJson(const RunReport& report) {
     }
     addDouble(root, "elapsed_s", report.elapsedSec);
     addInt(root, "recoveries", int64_t(report.recoveries));
+    json_object_object_add(root, "interrupted", json_object_new_boolean(report.interrupted));
     json_object_object_add(root, "ok", json_object_new_boolean(report.passed()));
     json_object* streams = json_object_new_array();
     for (const StreamResult& s : report.streams) {

@@ -4,6 +4,7 @@
 
 #include "ConsoleRedirect.h"
 #include "HostMain.h"
+#include "Interrupt.h"
 #include "LibraryLink.h"
 
 int main(int argc, char** argv) {
@@ -21,6 +22,7 @@ int main(int argc, char** argv) {
         io.outIsTerminal = console->outIsTerminal();
         return io;
     };
+    uvc_host::installInterruptHandler();
     int status = uvc_host::runHost(args, env);
     // The console goes back before the process ends; `console` is
     // destroyed here, after every command object.
