@@ -39,6 +39,11 @@ Thread::~Thread() {
 
 bool Thread::start(Runnable* task, const std::string& name, ThreadPriority priority) {
     std::unique_ptr<Runnable> owned(task);
+    if (!owned) {
+        Log::log("VOLUT", LOG_WARNING, "[%s] %d \"starting thread %s failed: no task\"",
+                 kStartSignature, __LINE__, name.c_str());
+        return false;
+    }
     {
         AutoLock lock(mutex_);
         if (started_) {

@@ -114,6 +114,7 @@ TEST(ThreadTest, SecondStartIsRefusedAndStopIsCooperative) {
 
 TEST(ThreadTest, StopOnIdleThreadSetsNothing) {
     Thread t;
+    EXPECT_FALSE(t.start(nullptr, "empty", Thread::PRIORITY_NORMAL));
     t.stop();
     EXPECT_FALSE(t.isStopping());
     EXPECT_FALSE(t.isStarted());
