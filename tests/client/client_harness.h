@@ -1,9 +1,8 @@
 #pragma once
 
-// Shared pieces of the client tests: stream configurations, an event loop on
-// its own thread, and a client driven by the bridge stand-in's host.
+// Shared pieces of the client tests: stream configurations, and a client run
+// as init() runs it, driven by the bridge stand-in's host.
 
-#include <atomic>
 #include <chrono>
 #include <memory>
 #include <thread>
@@ -30,47 +29,31 @@ inline trevo::HalUvcConfig streamConfig(int w, int h, int fps, uint32_t format, 
     return c;
 }
 
-// Set on the thread that runs the event loop; the allocation test counts
-// only what happens there.
+// Set on the thread that runs the event loop (the allocation test counts
+// what happens there).
 inline thread_local bool onLoopThread = false;
 
-// event_loop_run on its own thread; the destructor stops and joins it.
-class LoopThread {
-public:
-    LoopThread()
-        : thread_([] {
-              onLoopThread = true;
-              event_loop_run(nullptr);
-          }) {}
-    ~LoopThread() {
-        event_loop_utils::stop();
-        thread_.join();
-    }
-    LoopThread(const LoopThread&) = delete;
-    LoopThread& operator=(const LoopThread&) = delete;
-
-private:
-    std::thread thread_;
-};
-
-// A client as init() would run it: loop initialised, client constructed,
-// loop running. Destruction ends the loop first and then the client, so no
-// timer is destroyed while the loop runs.
+// Loop initialised, client constructed, loop running on its own thread.
+// Destruction ends the loop before the client, as init() does.
 class ClientHarness {
 public:
     ClientHarness() {
         EXPECT_EQ(0, event_loop_init());
         client_ = std::make_unique<hidl_uvc_client::HidlUvcClient>();
-        loop_ = std::make_unique<LoopThread>();
+        loop_ = std::thread([] {
+            onLoopThread = true;
+            event_loop_run(nullptr);
+        });
     }
     ~ClientHarness() {
-        loop_.reset();
+        event_loop_utils::stop();
+        loop_.join();
         client_.reset();
     }
     hidl_uvc_client::HidlUvcClient& client() { return *client_; }
 
-    // Sets the stream's configuration at the host and delivers a stream
-    // change for it on `lane`; waits until the client has handled it.
+    // Sets the stream's configuration at the host and has the host report
+    // the change on `lane`; returns once the client has handled it.
     void change(uint8_t id, uint8_t idx, const trevo::HalUvcConfig& c, int lane = 0) {
         auto& host = trevo_standin::Host::instance();
         host.setConfig(id, idx, c);
@@ -79,8 +62,18 @@ public:
 
 private:
     std::unique_ptr<hidl_uvc_client::HidlUvcClient> client_;
-    std::unique_ptr<LoopThread> loop_;
+    std::thread loop_;
 };
+
+// Hardware buffers held by a buffer management (its queues may also hold an
+// empty wake-up handle left by a stop, which is not a buffer).
+inline int hardwareBuffers(hidl_uvc_client::BufferMgmt& mgmt) {
+    int n = 0;
+    auto count = [&n](const auto& b) { n += b ? 1 : 0; };
+    mgmt.fillQ.forEach(count);
+    mgmt.convertQ.forEach(count);
+    return n;
+}
 
 // Resets the host before and after each test.
 class HostTest : public ::testing::Test {

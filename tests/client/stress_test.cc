@@ -74,7 +74,7 @@ TEST_F(StressTest, RandomStreamChangesFromSeveralLanes) {
         ASSERT_NE(nullptr, mgmt) << key;
         EXPECT_EQ(0, pool->state.load()) << key;
         EXPECT_EQ(5, pool->fillQ.size() + pool->sendQ.size()) << key;
-        EXPECT_EQ(3, mgmt->fillQ.size() + mgmt->convertQ.size()) << key;
+        EXPECT_EQ(3, hardwareBuffers(*mgmt)) << key;
     }
 }
 
