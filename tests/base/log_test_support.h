@@ -1,5 +1,7 @@
 #pragma once
 
+#include <gtest/gtest.h>
+
 #include <chrono>
 #include <thread>
 #include <vector>
@@ -9,6 +11,8 @@
 #include "base/LogServer.h"
 
 namespace volut_test {
+
+using Records = std::vector<android_standin::LogRecord>;
 
 // Records the Android log and runs the default log server for one test;
 // restores the log level afterwards.
@@ -22,38 +26,34 @@ public:
         VOLUT::Log::setLogLevel(savedLevel_);
     }
 
-    // Waits until `n` records with `tag` arrived (or the time-out passed).
-    std::vector<android_standin::LogRecord> waitFor(
-        size_t n, const std::string& tag = "VOLUT",
-        std::chrono::milliseconds timeout = std::chrono::seconds(5)) {
-        auto deadline = std::chrono::steady_clock::now() + timeout;
+    // Records with `tag` once `n` arrived or, with `text`, up to and including
+    // the first one holding it; whatever came when 5 s passed.
+    Records waitFor(size_t n, const std::string& tag = "VOLUT", const std::string& text = "") {
+        auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(5);
         for (;;) {
-            auto records = capture_.withTag(tag);
-            if (records.size() >= n || std::chrono::steady_clock::now() > deadline) {
-                return records;
+            Records r = capture_.withTag(tag);
+            for (size_t i = 0; i < r.size() && !text.empty(); ++i) {
+                if (r[i].text.find(text) != std::string::npos)
+                    return Records(r.begin(), r.begin() + i + 1);
             }
+            if ((text.empty() && r.size() >= n) || std::chrono::steady_clock::now() > deadline)
+                return r;
             std::this_thread::sleep_for(std::chrono::milliseconds(5));
         }
     }
+    Records waitForText(const std::string& text) { return waitFor(0, "VOLUT", text); }
 
-    // Waits until a record with `tag` contains `text`; returns the records
-    // with `tag` up to and including it.
-    std::vector<android_standin::LogRecord> waitForText(const std::string& text,
-                                                        const std::string& tag = "VOLUT") {
-        auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(5);
-        for (;;) {
-            auto records = capture_.withTag(tag);
-            for (size_t i = 0; i < records.size(); ++i) {
-                if (records[i].text.find(text) != std::string::npos) {
-                    records.resize(i + 1);
-                    return records;
-                }
-            }
-            if (std::chrono::steady_clock::now() > deadline) {
-                return records;
-            }
-            std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    // Lines queued before a passing marker reach the log ahead of it, so once
+    // it shows nothing of ours can still arrive. Returns the lines before it.
+    Records untilMarker() {
+        VOLUT::Log::log("VOLUT", VOLUT::LOG_ERROR, "end-of-test marker");
+        Records r = waitForText("end-of-test marker");
+        if (r.empty() || r.back().text.find("end-of-test marker") == std::string::npos) {
+            ADD_FAILURE() << "marker line never arrived";
+            return r;
         }
+        r.pop_back();
+        return r;
     }
 
     android_standin::LogCapture& capture() { return capture_; }
@@ -62,5 +62,12 @@ private:
     android_standin::LogCapture capture_;
     VOLUT::LogLevel savedLevel_;
 };
+
+// True when `text` holds `part`; a failure shows both.
+inline testing::AssertionResult Has(const std::string& text, const std::string& part) {
+    if (text.find(part) != std::string::npos)
+        return testing::AssertionSuccess();
+    return testing::AssertionFailure() << "\"" << text << "\" lacks \"" << part << "\"";
+}
 
 }  // namespace volut_test

@@ -2,11 +2,14 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <cmath>
 #include <limits>
 #include <string>
 #include <thread>
 #include <vector>
+
+#include "log_test_support.h"
 
 using VOLUT::Dictionary;
 using VOLUT::Serialization;
@@ -17,14 +20,6 @@ const long long kMax = std::numeric_limits<long long>::max();
 
 Dictionary parse(const std::string& text) {
     return Serialization::deserialize(text);
-}
-
-std::string nested(int depth) {
-    std::string text;
-    for (int i = 0; i < depth; ++i) {
-        text += "{\"d\":";
-    }
-    return text + "1" + std::string(depth, '}');
 }
 
 Dictionary everyKind() {
@@ -68,8 +63,6 @@ TEST(SerializationWrite, MembersFollowKindGroupsThenByteOrder) {
     d.setInteger("a", 1);
     EXPECT_EQ("{ \"z\": \"s\", \"a\": 1 }", Serialization::serialize(d));
     EXPECT_EQ(kEveryKindText, Serialization::serialize(everyKind()));
-
-    EXPECT_EQ("{ }", Serialization::serialize(Dictionary()));
     Dictionary empties;
     empties.setIntegerArray("i", {});
     empties.setObject("o", Dictionary());
@@ -78,10 +71,9 @@ TEST(SerializationWrite, MembersFollowKindGroupsThenByteOrder) {
     EXPECT_EQ("[ { \"z\": \"s\", \"a\": 1 }, { } ]", Serialization::serializeArray({d, {}}));
 }
 
-TEST(SerializationRead, ScalarsAndNumbersFollowJsonCsTypes) {
+TEST(SerializationRead, NumbersFollowJsonCsTypes) {
     Dictionary d = parse(R"({"p": 1, "q": 2.5, "r": true, "s": "x", "whole": 1.0,
-        "exp": 1e2, "over": 9223372036854775808, "way_over": 18446744073709551616,
-        "under": -9223372036854775809, "huge": 1e400})");
+        "exp": 1e2, "over": 18446744073709551616, "under": -9223372036854775809, "huge": 1e400})");
     EXPECT_EQ(1, d.getInteger("p"));
     EXPECT_EQ(2.5L, d.getDecimal("q"));
     EXPECT_TRUE(d.getBoolean("r"));
@@ -91,13 +83,12 @@ TEST(SerializationRead, ScalarsAndNumbersFollowJsonCsTypes) {
     EXPECT_EQ(Dictionary::Decimal, d.getType("whole"));
     EXPECT_EQ(100.0L, d.getDecimal("exp"));
     EXPECT_EQ(kMax, d.getInteger("over"));
-    EXPECT_EQ(kMax, d.getInteger("way_over"));
     EXPECT_EQ(std::numeric_limits<long long>::min(), d.getInteger("under"));
     EXPECT_TRUE(std::isinf(d.getDecimal("huge")));
-    EXPECT_EQ(10u, d.size());
+    EXPECT_EQ(9u, d.size());
 }
 
-TEST(SerializationRead, ArraysTakeTheKindOfTheFirstElement) {
+TEST(SerializationRead, ArraysTakeTheKindOfTheFirstElementAndDropTheRest) {
     Dictionary d = parse(R"({"ints": [1, 2.5, 3], "decs": [2.5, 1, 0.5],
         "bools": [true, 1, null, false, "x"], "strs": ["a", null, 2, "b", {}],
         "objs": [{"k": 1}, 1, null, [], {"k": 2}, "s"]})");
@@ -108,129 +99,137 @@ TEST(SerializationRead, ArraysTakeTheKindOfTheFirstElement) {
     auto objs = d.getObjectArray("objs");
     ASSERT_EQ(2u, objs.size());
     EXPECT_EQ(2, objs[1].getInteger("k"));
-}
 
-TEST(SerializationRead, UnrepresentableValuesAreLeftOut) {
-    Dictionary d = parse(R"({"empty": [], "nothing": null, "nullfirst": [null, 1],
+    // Unrepresentable values are left out; the last duplicate wins.
+    d = parse(R"({"empty": [], "nothing": null, "nullfirst": [null, 1],
         "nested": [[1], [2]], "kept": 5, "emptyobj": {}, "dup": 1, "dup": "two"})");
     EXPECT_EQ((std::vector<std::string>{"dup", "kept", "emptyobj"}), d.allKeys());
     EXPECT_EQ("two", d.getString("dup"));
-    for (const char* text : {"[1, 2]", "42", "\"s\"", "null", "{}"}) {
-        EXPECT_EQ(0u, parse(text).size()) << text;
-    }
-}
-
-TEST(SerializationRead, TextsEndAtTheFirstNul) {
-    Dictionary d = parse(R"({"s": "a\u0000b", "k\u0000z": 1, "l": ["x\u0000y", "\u0000"]})");
+    // Texts end at the first NUL, escaped or raw.
+    d = parse(R"({"s": "a\u0000b", "k\u0000z": 1, "l": ["x\u0000y", "\u0000"]})");
     EXPECT_EQ("a", d.getString("s"));
     EXPECT_EQ(1, d.getInteger("k"));
     EXPECT_EQ((std::vector<std::string>{"x", ""}), d.getStringArray("l"));
-    EXPECT_EQ(3u, d.size());
-    // A raw NUL ends the text that json-c sees.
     EXPECT_EQ(1, parse(std::string("{\"a\":1}\0garbage", 15)).getInteger("a"));
 }
 
 TEST(SerializationRoundTrip, EveryKindSurvivesExceptEmptyArrays) {
     Dictionary d = everyKind();
-    Dictionary back = parse(Serialization::serialize(d));
-    EXPECT_EQ(kEveryKindText, Serialization::serialize(back));
-    EXPECT_EQ(d.allKeys(), back.allKeys());
-
     d.setStringArray("e1", {});
     d.setObjectArray("e2", {});
-    back = parse(Serialization::serialize(d));
+    Dictionary back = parse(Serialization::serialize(d));
     EXPECT_FALSE(back.hasKey("e1"));
     EXPECT_FALSE(back.hasKey("e2"));
     EXPECT_EQ(kEveryKindText, Serialization::serialize(back));
+    EXPECT_EQ(everyKind().allKeys(), back.allKeys());
 
     // Decimals travel as doubles.
     Dictionary dec;
     dec.setDecimal("tenth", 0.1L);
-    dec.setDecimal("inf", std::numeric_limits<long double>::infinity());
     dec.setDecimal("widest", -std::numeric_limits<long double>::max());
+    dec.setDecimal("inf", std::numeric_limits<long double>::infinity());
     back = parse(Serialization::serialize(dec));
+    EXPECT_TRUE(std::isinf(back.getDecimal("inf")));
     EXPECT_EQ(-HUGE_VALL, back.getDecimal("widest"));
     EXPECT_EQ(static_cast<long double>(0.1), back.getDecimal("tenth"));
-    EXPECT_TRUE(std::isinf(back.getDecimal("inf")));
 }
 
-TEST(SerializationArray, ReadsOnlyArrays) {
+TEST(SerializationArray, ReadsOnlyArraysOfObjects) {
     auto list = Serialization::deserializeArray(R"([{"a": 1}, null, {"b": "x"}])");
     ASSERT_EQ(2u, list.size());
     EXPECT_EQ("x", list[1].getString("b"));
-    // Elements that are not objects contribute empty records.
+    // Other elements contribute empty records.
     list = Serialization::deserializeArray(R"([1, [], {"c": true}])");
     ASSERT_EQ(3u, list.size());
     EXPECT_EQ(0u, list[0].size());
     EXPECT_TRUE(list[2].getBoolean("c"));
-    for (const char* text : {"{\"a\": 1}", "[", "", "[]"}) {
-        EXPECT_TRUE(Serialization::deserializeArray(text).empty()) << text;
-    }
     list = Serialization::deserializeArray(Serialization::serializeArray({everyKind(), {}}));
     ASSERT_EQ(2u, list.size());
     EXPECT_EQ(kEveryKindText, Serialization::serialize(list[0]));
+    for (const char* text : {"{\"a\": 1}", "[", "", "[]"})
+        EXPECT_TRUE(Serialization::deserializeArray(text).empty()) << text;
 }
 
 TEST(SerializationHostile, DeepLargeAndMalformedInput) {
+    auto nested = [](int depth) {
+        std::string t;
+        for (int i = 0; i < depth; ++i)
+            t += "{\"d\":";
+        return t + "1" + std::string(depth, '}');
+    };
     // json-c allows 32 levels, the innermost scalar counting as one; deeper
     // text fails as a whole, so our recursion stays bounded.
     Dictionary d = parse(nested(31));
     int depth = 1;
-    for (; d.getType("d") == Dictionary::Object; ++depth) {
+    for (; d.getType("d") == Dictionary::Object; ++depth)
         d = d.getObject("d");
-    }
     EXPECT_EQ(31, depth);
     EXPECT_EQ(0u, parse(nested(32)).size());
     EXPECT_EQ(0u, parse(nested(100000)).size());
     EXPECT_TRUE(Serialization::deserializeArray(std::string(100000, '[')).empty());
-
-    for (const char* text : {"", "{", "{\"a\":", "{\"a\" 1}", "\xff\xfe", "{\"a\":tru}", "[1,]"}) {
+    for (const char* text : {"", "{", "{\"a\" 1}", "\xff\xfe", "{\"a\":tru}", "[1,]", "[1, 2]",
+                             "42", "\"s\"", "null", "{}"})
         EXPECT_EQ(0u, parse(text).size()) << text;
-    }
-
-    std::string big(4 << 20, 'x');
-    big[1000] = '"';
-    big[2000] = '\\';
-    std::vector<long long> many(100000, -7);
-    Dictionary large;
-    large.setString("big", big);
-    large.setIntegerArray("many", many);
-    Dictionary back = parse(Serialization::serialize(large));
-    EXPECT_EQ(big, back.getString("big"));
-    EXPECT_EQ(many, back.getIntegerArray("many"));
 }
 
 TEST(SerializationConcurrency, ParallelCallsAreIndependent) {
-    std::vector<int> mismatches(4, 0);
+    std::atomic<int> mismatches{0};
     std::vector<std::thread> threads;
     for (int t = 0; t < 4; ++t) {
-        threads.emplace_back([&mismatches, t] {
-            for (int i = 0; i < 200; ++i) {
-                mismatches[t] += Serialization::serialize(parse(kEveryKindText)) != kEveryKindText;
-            }
+        threads.emplace_back([&mismatches] {
+            for (int i = 0; i < 200; ++i)
+                mismatches += Serialization::serialize(parse(kEveryKindText)) != kEveryKindText;
         });
     }
-    for (auto& thread : threads) {
+    for (auto& thread : threads)
         thread.join();
-    }
-    EXPECT_EQ((std::vector<int>{0, 0, 0, 0}), mismatches);
+    EXPECT_EQ(0, mismatches);
 }
 
-TEST(PasswordMask, MasksTheFirstStringValue) {
-    using VOLUT::maskPasswordValue;
-    EXPECT_EQ(R"({"Password":"*","user":"u"})",
-              maskPasswordValue(R"({"Password":"s3cret","user":"u"})"));
-    EXPECT_EQ(R"({"Password":"*","Password":"b"})",
-              maskPasswordValue(R"({"Password":"a","Password":"b"})"));
-    EXPECT_EQ(R"({"Password":"*"})", maskPasswordValue(R"({"Password":""})"));
-    // An escaped quote belongs to the value.
-    EXPECT_EQ(R"({"Password":"*"})", maskPasswordValue(R"({"Password":"a\\\"b\\"})"));
-    // No closing quote: everything after the key text goes.
-    EXPECT_EQ(R"({"Password":"*)", maskPasswordValue(R"({"Password":"s3cret, user: 1)"));
-    EXPECT_EQ(R"({"Password":"*)", maskPasswordValue(R"({"Password":"ab\")"));
-    // The key text at the very end leaves nothing to mask.
-    EXPECT_EQ(R"({"Password":")", maskPasswordValue(R"({"Password":")"));
-    for (const char* text : {"", R"({"password":"x"})", R"({"Password": "x"})"}) {
-        EXPECT_EQ(text, maskPasswordValue(text));
+TEST(PasswordMask, MasksTheValueAfterTheFirstKeyText) {
+    const std::pair<const char*, const char*> cases[] = {
+        {R"({"Password":"s3cret","user":"u"})", R"({"Password":"*","user":"u"})"},
+        {R"({"Password":"a","Password":"b"})", R"({"Password":"*","Password":"b"})"},
+        {R"({"Password":""})", R"({"Password":"*"})"},
+        {R"({"Password":"a\\\"b\\"})", R"({"Password":"*"})"},     // escaped quote belongs to it
+        {R"({"Password":"s3cret, user: 1)", R"({"Password":"*)"},  // no closing quote
+        {R"({"Password":"ab\")", R"({"Password":"*)"},
+    };
+    for (const auto& c : cases)
+        EXPECT_EQ(c.second, VOLUT::maskPasswordValue(c.first)) << c.first;
+    // Unchanged: nothing follows the key text, or no exact key text.
+    for (const char* text : {R"({"Password":")", "", R"({"password":"x"})", R"({"Password": "x"})"})
+        EXPECT_EQ(text, VOLUT::maskPasswordValue(text));
+}
+
+TEST(SerializationLog, OneErrorLinePerFailedParseWithoutTheRejectedText) {
+    volut_test::DefaultServerCapture cap;
+    VOLUT::Log::setLogLevel(VOLUT::LOG_DEBUG);
+    EXPECT_EQ(0u, Serialization::deserialize("{\"a\": ").size());
+    auto lines = cap.untilMarker();
+    ASSERT_EQ(1u, lines.size());
+    EXPECT_EQ(6, lines[0].priority);
+    const std::string tail = "[E][VOLUT] - JSON parsing error\n";
+    ASSERT_GE(lines[0].text.size(), tail.size());
+    EXPECT_EQ(tail, lines[0].text.substr(lines[0].text.size() - tail.size()));
+
+    cap.capture().clear();
+    const std::string secret = "hunter2-Zq9";
+    Serialization::deserialize("");
+    Serialization::deserialize(std::string(100000, '['));
+    Serialization::deserialize("{\"User\":\"u\",\"Password\":\"" + secret + "\",");
+    Serialization::deserialize("{\"Password\":\"" + secret);
+    EXPECT_EQ(4u, cap.untilMarker().size());
+    for (const auto& record : cap.capture().records()) {
+        EXPECT_EQ(std::string::npos, record.text.find(secret)) << record.text;
+        EXPECT_EQ(std::string::npos, record.text.find("Password")) << record.text;
     }
+
+    // Other failures stay silent.
+    cap.capture().clear();
+    EXPECT_TRUE(Serialization::deserializeArray("{\"a\": ").empty());
+    EXPECT_TRUE(Serialization::deserializeArray("{\"a\": 1}").empty());
+    EXPECT_EQ(0u, Serialization::deserialize("[1, 2]").size());
+    EXPECT_EQ(1u, Serialization::deserialize("{\"n\": null, \"e\": [], \"x\": 1}").size());
+    EXPECT_TRUE(cap.untilMarker().empty());
 }

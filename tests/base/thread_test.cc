@@ -7,159 +7,183 @@
 #include <atomic>
 #include <chrono>
 #include <string>
+#include <thread>
 
+#include "base/BlockingQueue.h"
+#include "base/Semaphore.h"
 #include "base/SystemUtil.h"
 #include "base/Thread.h"
 #include "log_test_support.h"
 
+using Clock = std::chrono::steady_clock;
 using VOLUT::Thread;
 
 namespace {
 
-// Records what the thread saw of itself and when it was deleted.
-struct Probe {
-    std::atomic<int> runs{0};
-    std::atomic<int> deleted{0};
-    std::atomic<int> tid{0};
-    std::atomic<int> nice{99};
-    std::string name;  // written by the task before it ends, read after join
-};
-
-class ProbeTask : public VOLUT::Runnable {
-public:
-    explicit ProbeTask(Probe& p, Thread* loopUntilStopped = nullptr)
-        : probe_(p), thread_(loopUntilStopped) {}
-    ~ProbeTask() override { probe_.deleted++; }
+// Records what the thread saw of itself; with a thread given, runs until it
+// is asked to stop.
+struct Probe : VOLUT::Runnable {
+    Probe(std::atomic<int>& deleted, Thread* loop = nullptr) : deleted(deleted), loop(loop) {}
+    ~Probe() override { deleted++; }
     void run() override {
-        char name[32] = {};
-        prctl(PR_GET_NAME, name, 0, 0, 0);
-        probe_.name = name;
-        probe_.tid = Thread::getCurrentThreadID();
-        errno = 0;
-        probe_.nice = getpriority(PRIO_PROCESS, 0);
-        while (thread_ && !thread_->isStopping()) {
+        char n[32] = {};
+        prctl(PR_GET_NAME, n, 0, 0, 0);
+        name = n;
+        tid = Thread::getCurrentThreadID();
+        nice = getpriority(PRIO_PROCESS, 0);
+        while (loop && !loop->isStopping())
             VOLUT::SystemUtil::sleep(2);
-        }
-        probe_.runs++;
     }
-
-private:
-    Probe& probe_;
-    Thread* thread_;
+    std::atomic<int>& deleted;
+    Thread* loop;
+    // What the last run saw; read after the thread ended.
+    static std::string name;
+    static int tid, nice;
 };
+std::string Probe::name;
+int Probe::tid = 0, Probe::nice = 99;
+
+long long msSince(Clock::time_point start) {
+    return std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - start).count();
+}
 
 }  // namespace
 
-TEST(ThreadTest, RunsNamedTaskAndCanBeStartedAgain) {
-    Probe p;
+TEST(ThreadTest, RunsNamedTaskAndStartsAgainAfterJoinOrEnd) {
+    std::atomic<int> deleted{0};
     Thread t;
-    ASSERT_TRUE(t.start(new ProbeTask(p), "seventeen-chars-x", Thread::PRIORITY_LOW));
+    ASSERT_TRUE(t.start(new Probe(deleted), "seventeen-chars-x", Thread::PRIORITY_LOW));
     t.waitForStop();
-    EXPECT_EQ(p.runs, 1);
-    EXPECT_EQ(p.deleted, 1);
-    EXPECT_EQ(p.name, "seventeen-chars");  // the kernel keeps 15 characters
-    EXPECT_NE(p.tid, Thread::getCurrentThreadID());
-    EXPECT_EQ(p.nice, 10);
+    EXPECT_EQ(deleted, 1);
+    EXPECT_EQ(Probe::name, "seventeen-chars");  // the kernel keeps 15 characters
+    EXPECT_NE(Probe::tid, Thread::getCurrentThreadID());
+    EXPECT_EQ(Probe::nice, 10);
     EXPECT_EQ(t.getName(), "");
     EXPECT_FALSE(t.isStarted());
 
-    Probe q;
-    ASSERT_TRUE(t.start(new ProbeTask(q), "again", Thread::PRIORITY_NORMAL));
-    t.waitForStop();
-    EXPECT_EQ(q.runs, 1);
-    EXPECT_EQ(q.name, "again");
-}
-
-TEST(ThreadTest, RestartWithoutJoinReapsTheFinishedThread) {
-    Probe p, q;
-    Thread t;
-    ASSERT_TRUE(t.start(new ProbeTask(p), "first", Thread::PRIORITY_NORMAL));
+    ASSERT_TRUE(t.start(new Probe(deleted), "again", Thread::PRIORITY_NORMAL));
+    // Restart without an explicit join reaps the finished thread.
     while (t.isStarted())
         VOLUT::SystemUtil::sleep(1);
-    ASSERT_TRUE(t.start(new ProbeTask(q), "second", Thread::PRIORITY_NORMAL));
+    EXPECT_EQ(Probe::name, "again");
+    ASSERT_TRUE(t.start(new Probe(deleted), "third", Thread::PRIORITY_NORMAL));
     t.waitForStop();
     t.waitForStop();  // nothing left to join
-    EXPECT_EQ(p.runs + q.runs, 2);
+    EXPECT_EQ(deleted, 3);
+    EXPECT_EQ(Probe::name, "third");
 }
 
 TEST(ThreadTest, SecondStartIsRefusedAndStopIsCooperative) {
     volut_test::DefaultServerCapture cap;
-    Probe running, refused;
+    std::atomic<int> deleted{0}, refused{0};
+
     Thread t;
-    ASSERT_TRUE(t.start(new ProbeTask(running, &t), "runner", Thread::PRIORITY_NORMAL));
-    EXPECT_FALSE(t.start(new ProbeTask(refused), "intruder", Thread::PRIORITY_NORMAL));
-    EXPECT_EQ(refused.deleted, 1);
-    EXPECT_EQ(refused.runs, 0);
+    ASSERT_TRUE(t.start(new Probe(deleted, &t), "runner", Thread::PRIORITY_NORMAL));
+    EXPECT_FALSE(t.start(new Probe(refused), "intruder", Thread::PRIORITY_NORMAL));
+    EXPECT_EQ(refused, 1);
     EXPECT_EQ(t.getName(), "runner");
     EXPECT_TRUE(t.isStarted());
     EXPECT_FALSE(t.isStopping());
-
     t.stop();
-    EXPECT_TRUE(t.isStopping() || !t.isStarted());
     t.waitForStop();
-    EXPECT_EQ(running.runs, 1);
+    EXPECT_EQ(deleted, 1);
     EXPECT_FALSE(t.isStopping());  // cleared when the task ended
 
     auto records = cap.waitFor(1);
     ASSERT_EQ(records.size(), 1u);
     EXPECT_EQ(records[0].priority, 5);
-    EXPECT_NE(records[0].text.find(
-                  "[W][VOLUT] - [bool VOLUT::Thread::start(VOLUT::Runnable *, const std::string "
-                  "&, VOLUT::Thread::ThreadPriority)] "),
-              std::string::npos);
-    EXPECT_NE(records[0].text.find(
-                  " \"starting thread intruder failed: thread already started as runner\""),
-              std::string::npos);
-}
+    EXPECT_TRUE(volut_test::Has(records[0].text,
+                                "[W][VOLUT] - [bool VOLUT::Thread::start(VOLUT::Runnable *, const "
+                                "std::string &, VOLUT::Thread::ThreadPriority)] "));
+    EXPECT_TRUE(volut_test::Has(
+        records[0].text, " \"starting thread intruder failed: thread already started as runner\""));
 
-TEST(ThreadTest, StopOnIdleThreadSetsNothing) {
-    Thread t;
-    EXPECT_FALSE(t.start(nullptr, "empty", Thread::PRIORITY_NORMAL));
-    t.stop();
-    EXPECT_FALSE(t.isStopping());
-    EXPECT_FALSE(t.isStarted());
-    t.waitForStop();
-}
-
-TEST(ThreadTest, DestructorJoinsAFinishingTask) {
-    Probe p;
     {
-        Thread t;
-        ASSERT_TRUE(t.start(new ProbeTask(p, &t), "scoped", Thread::PRIORITY_NORMAL));
-        t.stop();
+        Thread scoped;  // the destructor joins a stopping task
+        ASSERT_TRUE(scoped.start(new Probe(deleted, &scoped), "scoped", Thread::PRIORITY_NORMAL));
+        scoped.stop();
     }
-    EXPECT_EQ(p.runs, 1);
-    EXPECT_EQ(p.deleted, 1);
+    EXPECT_EQ(deleted, 2);
+    Thread idle;
+    EXPECT_FALSE(idle.start(nullptr, "empty", Thread::PRIORITY_NORMAL));
+    idle.stop();
+    EXPECT_FALSE(idle.isStopping() || idle.isStarted());
 }
 
 // A failed priority change is reported with errno and the thread runs on.
-// Raising the priority needs privileges, so the check runs in a child that
-// gives them up.
+// Raising the priority needs privileges, so a child gives them up.
 TEST(ThreadDeathTest, PriorityFailureIsReportedWithErrno) {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
     EXPECT_EXIT(
         {
-            if (geteuid() == 0) {
-                passwd* nobody = getpwnam("nobody");
-                if (nobody == nullptr || setuid(nobody->pw_uid) != 0)
-                    _exit(3);
-            }
+            passwd* nobody = getpwnam("nobody");
+            if (geteuid() == 0 && (nobody == nullptr || setuid(nobody->pw_uid) != 0))
+                _exit(3);
             volut_test::DefaultServerCapture cap;
-            Probe p;
+            std::atomic<int> deleted{0};
             Thread t;
-            if (!t.start(new ProbeTask(p), "high", Thread::PRIORITY_HIGH))
+            if (!t.start(new Probe(deleted), "high", Thread::PRIORITY_HIGH))
                 _exit(4);
             t.waitForStop();
             auto records = cap.waitFor(1);
-            if (p.runs != 1 || records.size() != 1)
+            if (deleted != 1 || Probe::name != "high" || records.size() != 1)
                 _exit(5);
-            const std::string want =
-                "[W][VOLUT] - [void VOLUT::Thread::setPriority(VOLUT::Thread::ThreadPriority)] ";
-            const std::string tail =
-                " \"Change the thread priority failed: high, err=" + std::to_string(EACCES) + "\"";
-            bool ok = records[0].text.find(want) != std::string::npos &&
-                      records[0].text.find(tail) != std::string::npos;
+            bool ok = volut_test::Has(records[0].text,
+                                      "[W][VOLUT] - [void VOLUT::Thread::setPriority(VOLUT::Thread:"
+                                      ":ThreadPriority)] ") &&
+                      volut_test::Has(records[0].text,
+                                      " \"Change the thread priority failed: high, err=" +
+                                          std::to_string(EACCES) + "\"");
             _exit(ok ? 0 : 6);
         },
         testing::ExitedWithCode(0), "");
+}
+
+// Time-outs are measured on the monotonic clock; upper bounds are generous.
+TEST(SemaphoreTest, TimeOutsAndNotify) {
+    VOLUT::Semaphore s;
+    for (unsigned int ms : {0u, 1u, 30u, 120u}) {
+        auto start = Clock::now();
+        EXPECT_EQ(s.wait(ms), 1);
+        EXPECT_GE(msSince(start), static_cast<long long>(ms));
+        EXPECT_LT(msSince(start), ms + 2000);
+    }
+    EXPECT_EQ(s.notify(), 0);
+    EXPECT_EQ(s.wait(0), 0);
+    EXPECT_EQ(s.wait(0), 1);
+
+    int timed = -2, untimed = -2;
+    std::thread a([&] { timed = s.wait(60000); });
+    std::thread b([&] { untimed = s.wait(); });
+    auto start = Clock::now();
+    s.notify();
+    s.notify();
+    a.join();
+    b.join();
+    EXPECT_EQ(timed, 0);
+    EXPECT_EQ(untimed, 0);
+    EXPECT_LT(msSince(start), 30000);
+    EXPECT_EQ(s.wait(0), 1);  // both units taken
+}
+
+TEST(BlockingQueueTest, TimesOutWhenEmptyAndKeepsOrderAcrossThreads) {
+    VOLUT::BlockingQueue<int> q;
+    int value = -1;
+    auto start = Clock::now();
+    EXPECT_FALSE(q.get(100, value));
+    EXPECT_GE(msSince(start), 100);
+    EXPECT_EQ(value, -1);
+
+    constexpr int kItems = 2000;
+    std::thread producer([&] {
+        for (int i = 0; i < kItems; ++i)
+            q.put(i);
+    });
+    int expected = 0;
+    while (expected < kItems && q.get(10000, value) && value == expected)
+        ++expected;
+    producer.join();
+    EXPECT_EQ(expected, kItems);
+    EXPECT_EQ(q.size(), 0u);
+    EXPECT_FALSE(q.get(0, value));
 }
