@@ -63,7 +63,8 @@ std::vector<LogRecord> LogCapture::records() const {
 std::vector<LogRecord> LogCapture::withTag(const std::string& tag) const {
     std::vector<LogRecord> out;
     for (auto& r : records()) {
-        if (r.tag == tag) out.push_back(r);
+        if (r.tag == tag)
+            out.push_back(r);
     }
     return out;
 }

@@ -17,12 +17,15 @@ std::map<std::string, std::string>& table() {
 }  // namespace
 
 extern "C" int __system_property_get(const char* name, char* value) {
-    if (!value) return 0;
+    if (!value)
+        return 0;
     value[0] = '\0';
-    if (!name) return 0;
+    if (!name)
+        return 0;
     std::lock_guard<std::mutex> lock(gMutex);
     auto it = table().find(name);
-    if (it == table().end()) return 0;
+    if (it == table().end())
+        return 0;
     size_t len = std::min(it->second.size(), size_t(PROP_VALUE_MAX - 1));
     std::memcpy(value, it->second.data(), len);
     value[len] = '\0';
