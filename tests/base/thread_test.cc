@@ -20,10 +20,10 @@ using VOLUT::Thread;
 
 namespace {
 
-// Records what the thread saw of itself; with a thread given, runs until it
-// is asked to stop.
+// Records what the last run saw (read after the thread ended) and counts
+// deletions; with a thread given, runs until it is asked to stop.
 struct Probe : VOLUT::Runnable {
-    Probe(std::atomic<int>& deleted, Thread* loop = nullptr) : deleted(deleted), loop(loop) {}
+    explicit Probe(Thread* loop = nullptr) : loop(loop) {}
     ~Probe() override { deleted++; }
     void run() override {
         char n[32] = {};
@@ -33,12 +33,12 @@ struct Probe : VOLUT::Runnable {
         while (loop && !loop->isStopping())
             VOLUT::SystemUtil::sleep(2);
     }
-    std::atomic<int>& deleted;
     Thread* loop;
-    // What the last run saw; read after the thread ended.
+    static std::atomic<int> deleted;
     static std::string name;
     static int nice;
 };
+std::atomic<int> Probe::deleted{0};
 std::string Probe::name;
 int Probe::nice = 99;
 
@@ -49,42 +49,41 @@ long long msSince(Clock::time_point start) {
 }  // namespace
 
 TEST(ThreadTest, RunsNamedTaskAndStartsAgainAfterJoinOrEnd) {
-    std::atomic<int> deleted{0};
+    Probe::deleted = 0;
     Thread t;
-    ASSERT_TRUE(t.start(new Probe(deleted), "seventeen-chars-x", Thread::PRIORITY_LOW));
+    ASSERT_TRUE(t.start(new Probe(), "seventeen-chars-x", Thread::PRIORITY_LOW));
     t.waitForStop();
-    EXPECT_EQ(deleted, 1);
+    EXPECT_EQ(Probe::deleted, 1);
     EXPECT_EQ(Probe::name, "seventeen-chars");  // the kernel keeps 15 characters
     EXPECT_EQ(Probe::nice, 10);
     EXPECT_EQ(t.getName(), "");
     EXPECT_FALSE(t.isStarted());
 
-    ASSERT_TRUE(t.start(new Probe(deleted), "again", Thread::PRIORITY_NORMAL));
+    ASSERT_TRUE(t.start(new Probe(), "again", Thread::PRIORITY_NORMAL));
     // Restart without an explicit join reaps the finished thread.
     while (t.isStarted())
         VOLUT::SystemUtil::sleep(1);
     EXPECT_EQ(Probe::name, "again");
-    ASSERT_TRUE(t.start(new Probe(deleted), "third", Thread::PRIORITY_NORMAL));
+    ASSERT_TRUE(t.start(new Probe(), "third", Thread::PRIORITY_NORMAL));
     t.waitForStop();
     t.waitForStop();  // nothing left to join
-    EXPECT_EQ(deleted, 3);
+    EXPECT_EQ(Probe::deleted, 3);
     EXPECT_EQ(Probe::name, "third");
 }
 
 TEST(ThreadTest, SecondStartIsRefusedAndStopIsCooperative) {
     volut_test::DefaultServerCapture cap;
-    std::atomic<int> deleted{0}, refused{0};
-
+    Probe::deleted = 0;
     Thread t;
-    ASSERT_TRUE(t.start(new Probe(deleted, &t), "runner", Thread::PRIORITY_NORMAL));
-    EXPECT_FALSE(t.start(new Probe(refused), "intruder", Thread::PRIORITY_NORMAL));
-    EXPECT_EQ(refused, 1);
+    ASSERT_TRUE(t.start(new Probe(&t), "runner", Thread::PRIORITY_NORMAL));
+    EXPECT_FALSE(t.start(new Probe(), "intruder", Thread::PRIORITY_NORMAL));
+    EXPECT_EQ(Probe::deleted, 1);  // the refused task
     EXPECT_EQ(t.getName(), "runner");
     EXPECT_TRUE(t.isStarted());
     EXPECT_FALSE(t.isStopping());
     t.stop();
     t.waitForStop();
-    EXPECT_EQ(deleted, 1);
+    EXPECT_EQ(Probe::deleted, 2);
     EXPECT_FALSE(t.isStopping());  // cleared when the task ended
 
     auto records = cap.waitFor(1);
@@ -98,10 +97,10 @@ TEST(ThreadTest, SecondStartIsRefusedAndStopIsCooperative) {
 
     {
         Thread scoped;  // the destructor joins a stopping task
-        ASSERT_TRUE(scoped.start(new Probe(deleted, &scoped), "scoped", Thread::PRIORITY_NORMAL));
+        ASSERT_TRUE(scoped.start(new Probe(&scoped), "scoped", Thread::PRIORITY_NORMAL));
         scoped.stop();
     }
-    EXPECT_EQ(deleted, 2);
+    EXPECT_EQ(Probe::deleted, 3);
     Thread idle;
     EXPECT_FALSE(idle.start(nullptr, "empty", Thread::PRIORITY_NORMAL));
     idle.stop();
@@ -118,13 +117,13 @@ TEST(ThreadDeathTest, PriorityFailureIsReportedWithErrno) {
             if (geteuid() == 0 && (nobody == nullptr || setuid(nobody->pw_uid) != 0))
                 _exit(3);
             volut_test::DefaultServerCapture cap;
-            std::atomic<int> deleted{0};
+            Probe::deleted = 0;
             Thread t;
-            if (!t.start(new Probe(deleted), "high", Thread::PRIORITY_HIGH))
+            if (!t.start(new Probe(), "high", Thread::PRIORITY_HIGH))
                 _exit(4);
             t.waitForStop();
             auto records = cap.waitFor(1);
-            if (deleted != 1 || records.size() != 1)
+            if (Probe::deleted != 1 || records.size() != 1)
                 _exit(5);
             const std::string& line = records[0].text;
             _exit(volut_test::Has(line,
