@@ -1,39 +1,31 @@
-// Counts heap allocations while a stream runs in steady state. The loop
-// thread makes and hands over every frame, so it must allocate nothing; the
-// rest of the process (conversion thread, stand-ins) is counted as well.
-// Only in builds without sanitizers, which bring their own allocators.
+// Counts heap allocations while a stream runs in steady state: the loop
+// thread makes and hands over every frame, so it must allocate nothing. Only
+// in builds without sanitizers, which bring their own allocators.
 
 #include <atomic>
 #include <iostream>
 
 #include "client_harness.h"
 
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-#define UVC_COUNT_ALLOCATIONS 0
-#else
-#define UVC_COUNT_ALLOCATIONS 1
-#endif
-
 namespace {
 
 std::atomic<bool> counting{false};
-std::atomic<long> loopAllocations{0};
-std::atomic<long> allAllocations{0};
+std::atomic<long> loopAllocations{0}, allAllocations{0};
 
 inline void noteAllocation() {
     if (counting.load(std::memory_order_relaxed)) {
         allAllocations++;
-        if (client_test::onLoopThread) {
-            loopAllocations++;
-        }
+        loopAllocations += client_test::onLoopThread ? 1 : 0;
     }
 }
 
 }  // namespace
 
-#if UVC_COUNT_ALLOCATIONS
-// Every allocation (operator new included) goes through these; they forward
-// to glibc's own entry points.
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#define UVC_COUNT_ALLOCATIONS 0
+#else
+#define UVC_COUNT_ALLOCATIONS 1
+// Every allocation (operator new included) goes through these.
 extern "C" void* __libc_malloc(size_t);
 extern "C" void* __libc_calloc(size_t, size_t);
 extern "C" void* __libc_realloc(void*, size_t);
@@ -54,29 +46,23 @@ extern "C" void* realloc(void* p, size_t n) {
 namespace client_test {
 namespace {
 
-using uvc_client::DemoBuffer;
-
 TEST_F(HostTest, SteadyStreamingAllocatesNothingPerFrame) {
     if (!UVC_COUNT_ALLOCATIONS) {
         GTEST_SKIP() << "allocation counting needs a build without sanitizers";
     }
-    // The queues' chunk cache fills while the first chunks (64 frames each)
-    // are cycled, so the warm-up runs past two of them.
-    const size_t kWarmUp = 150;
-    const size_t kFrames = 120;
     host.setCopyFrameBytes(false);
     ClientHarness h;
     for (uint32_t format : {DemoBuffer::kFormatYUYV, DemoBuffer::kFormatNV12}) {
         h.change(0, 0, streamConfig(320, 240, 200, format, 1));
         host.clearFrames();
-        ASSERT_TRUE(host.waitForFrames(0, 0, kWarmUp, 10s));
-        loopAllocations = 0;
-        allAllocations = 0;
+        // Past two of the queues' 64-frame chunks, so that their cache is full.
+        ASSERT_TRUE(host.waitForFrames(0, 0, 150, 10s));
+        loopAllocations = allAllocations = 0;
         const size_t start = host.frameCount(0, 0);
         counting = true;
-        ASSERT_TRUE(host.waitForFrames(0, 0, start + kFrames, 10s));
+        ASSERT_TRUE(host.waitForFrames(0, 0, start + 120, 10s));
         counting = false;
-        std::cout << "[ alloc    ] " << kFrames << " frames: " << loopAllocations
+        std::cout << "[ alloc    ] 120 frames: " << loopAllocations
                   << " allocations on the loop thread, " << allAllocations << " in all\n";
         EXPECT_EQ(0, loopAllocations.load());
         // Only the stand-in host's list of received frames grows now and then.

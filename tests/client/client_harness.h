@@ -1,8 +1,5 @@
 #pragma once
 
-// Shared pieces of the client tests: stream configurations, and a client run
-// as init() runs it, driven by the bridge stand-in's host.
-
 #include <chrono>
 #include <memory>
 #include <thread>
@@ -18,6 +15,7 @@
 namespace client_test {
 
 using namespace std::chrono_literals;
+using uvc_client::DemoBuffer;
 
 inline trevo::HalUvcConfig streamConfig(int w, int h, int fps, uint32_t format, int streaming) {
     trevo::HalUvcConfig c;
@@ -33,8 +31,8 @@ inline trevo::HalUvcConfig streamConfig(int w, int h, int fps, uint32_t format, 
 // what happens there).
 inline thread_local bool onLoopThread = false;
 
-// Loop initialised, client constructed, loop running on its own thread.
-// Destruction ends the loop before the client, as init() does.
+// Loop initialised, client constructed, loop running on its own thread;
+// destruction ends the loop before the client, as init() does.
 class ClientHarness {
 public:
     ClientHarness() {
@@ -48,12 +46,10 @@ public:
     ~ClientHarness() {
         event_loop_utils::stop();
         loop_.join();
-        client_.reset();
     }
     hidl_uvc_client::HidlUvcClient& client() { return *client_; }
-
-    // Sets the stream's configuration at the host and has the host report
-    // the change on `lane`; returns once the client has handled it.
+    // Sets the host's configuration and reports the change on `lane`;
+    // returns once the client has handled it.
     void change(uint8_t id, uint8_t idx, const trevo::HalUvcConfig& c, int lane = 0) {
         auto& host = trevo_standin::Host::instance();
         host.setConfig(id, idx, c);
@@ -75,11 +71,10 @@ inline int hardwareBuffers(hidl_uvc_client::BufferMgmt& mgmt) {
     return n;
 }
 
-// Resets the host before and after each test.
 class HostTest : public ::testing::Test {
 protected:
-    void SetUp() override { trevo_standin::Host::instance().reset(); }
-    void TearDown() override { trevo_standin::Host::instance().reset(); }
+    void SetUp() override { host.reset(); }
+    void TearDown() override { host.reset(); }
     trevo_standin::Host& host = trevo_standin::Host::instance();
 };
 
