@@ -1,215 +1,120 @@
 #include <gtest/gtest.h>
 
+#include <cctype>
 #include <climits>
+#include <set>
 #include <string>
-#include <tuple>
-#include <vector>
+#include <utility>
 
 #include "CameraTestSupport.h"
 #include "camera/CamSettingCollection.h"
 
-using camera_test::lines;
-using camera_test::StdoutCapture;
-using camera_test::TableGuard;
-using uvc_client::CamSettingCollection;
+using namespace camera_test;
 
-// A table built here, not the process-wide one: its construction output and
-// contents do not depend on what ran before.
-TEST(CamSettingTable, ConstructionPrints17ConversionLinesInRowOrder) {
-    StdoutCapture capture;
-    CamSettingCollection table;
-    std::string out = capture.finish();
-    const char* expected =
-        "Camel back style: BRIGHTNESS ==> brightness"
-        "Camel back style: CONTRAST ==> contrast"
-        "Camel back style: POWER_LINE_FREQUENCY ==> powerLineFrequency"
-        "Camel back style: SATURATION ==> saturation"
-        "Camel back style: SHARPNESS ==> sharpness"
-        "Camel back style: WHITE_BALANCE_TEMP_AUTO ==> whiteBalanceTempAuto"
-        "Camel back style: WHITE_BALANCE_TEMP ==> whiteBalanceTemp"
-        "Camel back style: BACKLIGHT_COMPENSATION ==> backlightCompensation"
-        "Camel back style: HUE ==> hue"
-        "Camel back style: GAMMA ==> gamma"
-        "Camel back style: GAIN ==> gain"
-        "Camel back style: AE_MODE ==> aeMode"
-        "Camel back style: EXPOSURE_TIME_ABS ==> exposureTimeAbs"
-        "Camel back style: ZOOM_ABS ==> zoomAbs"
-        "Camel back style: PRIVACY ==> privacy"
-        "Camel back style: FOCUS_AUTO ==> focusAuto"
-        "Camel back style: FOCUS_ABS ==> focusAbs";
-    EXPECT_EQ(out, expected);
+TEST(CamSettingName, CamelCaseRuleAndTheCutAt255Characters) {
+    const std::string a255(255, 'a'), b300 = std::string(300, 'B') + "_c";
+    // clang-format off
+    const std::pair<std::string, std::string> cases[] = {
+        {"AE_MODE", "aeMode"}, {"AbC_d", "abcD"}, {"", ""},
+        // Separator runs count once; other punctuation and spaces vanish without
+        // breaking the run; a digit consumes the raise unchanged.
+        {"a__b", "aB"}, {"a-_-b", "aB"}, {"_ab", "Ab"}, {"ab_", "ab"}, {"a.b", "ab"},
+        {"a_.b", "aB"}, {"a b_ c", "abC"}, {"x_9y", "x9y"},
+        // Bytes above 127 must not reach the ctype functions as negative values.
+        {"a\xC3\xA9_\xFF" "b", "aB"},
+        // Longer camel-case forms are cut, with a notice; dropped bytes do not count.
+        {a255, a255}, {b300, std::string(255, 'b')}, {std::string(1000, '.') + a255, a255}};
+    // clang-format on
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.first.substr(0, 40));
+        CaptureStdout();
+        uvc_client::CamSetting setting(c.first, uvc_client::BRIGHTNESS, 0, 1, 1, 0);
+        EXPECT_EQ(GetCapturedStdout(),
+                  (c.first == b300 ? "set_name: name cut to its first 255 characters\n" : "") +
+                      ("Camel back style: " + c.first + " ==> " + c.second));
+        EXPECT_EQ(setting.name, c.second);
+    }
+    CaptureStdout();
+    uvc_client::CamSetting setting("pan", 0, 1, 1, 0);
+    setting.set_name(nullptr);
+    EXPECT_EQ(GetCapturedStdout(), "Camel back style:  ==> ");
+    EXPECT_EQ(setting.name, "");
 }
 
-TEST(CamSettingTable, Holds29RowsOfWhich17AreControls) {
-    StdoutCapture quiet;
-    CamSettingCollection table;
-    quiet.finish();
-    EXPECT_EQ(table.settingsByName.size(), 29u);
+TEST(CamSettingTable, RowsKeysAndUnsetValues) {
+    // clang-format off
+    const std::pair<const char*, int> controls[] = {
+        {"brightness", 1}, {"contrast", 2}, {"powerLineFrequency", 6}, {"saturation", 3},
+        {"sharpness", 4}, {"whiteBalanceTempAuto", 8}, {"whiteBalanceTemp", 7},
+        {"backlightCompensation", 0}, {"hue", 16}, {"gamma", 15}, {"gain", 5}, {"aeMode", 9},
+        {"exposureTimeAbs", 10}, {"zoomAbs", 13}, {"privacy", 20}, {"focusAuto", 11},
+        {"focusAbs", 12}};
+    std::set<std::string> names = {"pan", "tile", "osd", "acoustic_fence", "noise_block",
+        "stereo_audio", "base_boost", "start_bluetooth_pairing_mode_for_phone",
+        "persist.vendor.talker_tracking", "persist.vendor.group_framing", "framing_size",
+        "tracking_speed"};  // and the controls
+    // clang-format on
+    // A table of its own: its output and values do not depend on other tests.
+    CaptureStdout();
+    uvc_client::CamSettingCollection table;
+    const std::string printed = GetCapturedStdout();
+    std::string expected;
+    for (const auto& control : controls) {
+        std::string given;  // "whiteBalanceTemp" was made from "WHITE_BALANCE_TEMP"
+        for (const char* p = control.first; *p != '\0'; ++p) {
+            given += isupper(*p) ? std::string("_") + *p : std::string(1, toupper(*p));
+        }
+        expected += "Camel back style: " + given + " ==> " + control.first;
+        names.insert(control.first);
+        // Shared, not copied, between the two maps.
+        EXPECT_EQ(table.settingsByCtrl[control.second], table.settingsByName[control.first]);
+    }
+    EXPECT_EQ(printed, expected);  // one line per control row, in row order
     EXPECT_EQ(table.settingsByCtrl.size(), 17u);
-
-    for (const char* present : {"brightness", "pan", "tile", "whiteBalanceTempAuto",
-                                "persist.vendor.talker_tracking", "persist.vendor.group_framing",
-                                "start_bluetooth_pairing_mode_for_phone", "tracking_speed"}) {
-        EXPECT_EQ(table.settingsByName.count(present), 1u) << present;
-    }
-    // Keys are the stored (camel-case) names and are case-sensitive; the tilt
-    // row is "tile".
-    for (const char* absent : {"BRIGHTNESS", "Brightness", "tilt", "WHITE_BALANCE_TEMP_AUTO",
-                               "white_balance_temp_auto", "value", "preset"}) {
-        EXPECT_EQ(table.settingsByName.count(absent), 0u) << absent;
-    }
-    for (int unused : {14, 17, 18, 19, 21}) {
-        EXPECT_EQ(table.settingsByCtrl.count(unused), 0u) << unused;
-    }
-    // Every control row is shared, not copied, between the two maps.
-    for (auto& entry : table.settingsByCtrl) {
-        EXPECT_EQ(entry.first, entry.second->ctrl);
-        EXPECT_EQ(table.settingsByName.at(entry.second->name), entry.second);
-    }
+    // Keys are the stored names, case-sensitive: no "BRIGHTNESS", no "tilt".
+    std::set<std::string> keys;
     for (auto& entry : table.settingsByName) {
-        EXPECT_EQ(entry.second->cur, -255) << entry.first;
-        EXPECT_EQ(entry.second->cur2, -255) << entry.first;
+        keys.insert(entry.first);
     }
+    EXPECT_EQ(keys, names);             // 29 rows
+    EXPECT_EQ(writtenRows(table), "");  // every value starts unset
 }
 
-TEST(CamSettingTable, RowValues) {
-    StdoutCapture quiet;
-    CamSettingCollection table;
-    quiet.finish();
-    // name, ctrl, min, max, res, def
-    const std::vector<std::tuple<std::string, int, int, int, int, int>> rows = {
-        {"brightness", 1, 0, 255, 1, 128},
-        {"contrast", 2, 0, 255, 1, 255},
-        {"powerLineFrequency", 6, 0, 2, 1, 2},
-        {"saturation", 3, 0, 255, 1, 128},
-        {"sharpness", 4, 0, 255, 1, 128},
-        {"whiteBalanceTempAuto", 8, 0, 1, 1, 1},
-        {"whiteBalanceTemp", 7, 2000, 7500, 100, 4500},
-        {"backlightCompensation", 0, 0, 1, 1, 0},
-        {"hue", 16, 0, 270, 1, 90},
-        {"gamma", 15, 1, 500, 1, 1},
-        {"gain", 5, 1, 50, 1, 3},
-        {"aeMode", 9, 1, 4, 7, 2},
-        {"exposureTimeAbs", 10, 64, 1024, 1, 256},
-        {"zoomAbs", 13, 100, 2000, 1, 100},
-        {"privacy", 20, 0, 1, 1, 0},
-        {"focusAuto", 11, 0, 1, 1, 1},
-        {"focusAbs", 12, 1, 1000, 1, 150},
-        {"pan", 21, -360000, 360000, 3600, 0},
-        {"tile", 21, -360000, 360000, 3600, 0},
-        {"osd", 21, 0, 1, 1, 0},
-        {"acoustic_fence", 21, 0, 3, 1, 0},
-        {"noise_block", 21, 0, 4176, 4176, 16},
-        {"stereo_audio", 21, 0, 4176, 4176, 16},
-        {"base_boost", 21, 0, 4176, 4176, 16},
-        {"start_bluetooth_pairing_mode_for_phone", 21, 0, 4176, 4176, 16},
-        {"persist.vendor.talker_tracking", 21, 0, 4, 1, 1},
-        {"persist.vendor.group_framing", 21, 0, 1, 1, 0},
-        {"framing_size", 21, 0, 2, 1, 1},
-        {"tracking_speed", 21, 0, 2, 1, 1},
-    };
-    ASSERT_EQ(rows.size(), 29u);
-    for (const auto& row : rows) {
-        const std::string& name = std::get<0>(row);
-        ASSERT_EQ(table.settingsByName.count(name), 1u) << name;
-        const auto& s = *table.settingsByName.at(name);
-        EXPECT_EQ(s.name, name);
-        EXPECT_EQ(s.ctrl, std::get<1>(row)) << name;
-        EXPECT_EQ(s.min, std::get<2>(row)) << name;
-        EXPECT_EQ(s.max, std::get<3>(row)) << name;
-        EXPECT_EQ(s.res, std::get<4>(row)) << name;
-        EXPECT_EQ(s.def, std::get<5>(row)) << name;
+TEST(CamSettingValues, WritesByNameStoreAtoiOfTheText) {
+    auto& table = freshTable();
+    // clang-format off
+    const std::pair<std::string, int> cases[] = {
+        {"300", 300},  // above max: nothing enforces the range
+        {"abc", 0}, {"12abc", 12}, {"  -7", -7}, {"+8", 8}, {"", 0}, {std::string("5\0" "9", 3), 5},
+        // Beyond int: clamped, as atoi behaves where long is 32 bits.
+        {"99999999999", INT_MAX}, {"-99999999999999999999999", INT_MIN},
+        {"2147483647", INT_MAX}, {"-2147483648", INT_MIN}};
+    // clang-format on
+    CaptureStdout();
+    for (const auto& c : cases) {
+        table.setCurrent("brightness", c.first);
+        EXPECT_EQ(table.getCurrent("brightness"), c.second) << c.first;
     }
-}
-
-TEST(CamSettingValues, GetAndSetByNameWithAtoiSemantics) {
-    TableGuard guard;
-    auto& table = CamSettingCollection::Instance();
-    StdoutCapture capture;
-    EXPECT_EQ(table.getCurrent("brightness"), -255);
-    table.setCurrent("brightness", "300");  // above max: stored anyway
-    EXPECT_EQ(table.getCurrent("brightness"), 300);
-    table.setCurrent("brightness", "abc");
-    EXPECT_EQ(table.getCurrent("brightness"), 0);
-    table.setCurrent("brightness", "12abc");
-    EXPECT_EQ(table.getCurrent("brightness"), 12);
-    table.setCurrent("brightness", "  -7");
-    EXPECT_EQ(table.getCurrent("brightness"), -7);
-    table.setCurrent("brightness", "+8");
-    EXPECT_EQ(table.getCurrent("brightness"), 8);
-    table.setCurrent("brightness", "");
-    EXPECT_EQ(table.getCurrent("brightness"), 0);
-    table.setCurrent("brightness", std::string("5\0"
-                                               "9",
-                                               3));  // stops at the NUL
-    EXPECT_EQ(table.getCurrent("brightness"), 5);
-    table.setCurrent("pan", "-360000");  // rows made without a control number too
-    EXPECT_EQ(table.getCurrent("pan"), -360000);
-    // Writing by name leaves the second value alone.
-    EXPECT_EQ(guard.row("brightness").cur2, -255);
-    EXPECT_EQ(capture.finish(), "");
-}
-
-TEST(CamSettingValues, NumbersBeyondIntAreClamped) {
-    TableGuard guard;
-    auto& table = CamSettingCollection::Instance();
-    table.setCurrent("gain", "99999999999");
-    EXPECT_EQ(table.getCurrent("gain"), INT_MAX);
-    table.setCurrent("gain", "-99999999999999999999999");
-    EXPECT_EQ(table.getCurrent("gain"), INT_MIN);
-    table.setCurrent("gain", "2147483647");
-    EXPECT_EQ(table.getCurrent("gain"), INT_MAX);
-    table.setCurrent("gain", "-2147483648");
-    EXPECT_EQ(table.getCurrent("gain"), INT_MIN);
-}
-
-TEST(CamSettingValues, UnknownNamesPrintAndChangeNothing) {
-    TableGuard guard;
-    auto& table = CamSettingCollection::Instance();
-    StdoutCapture capture;
     EXPECT_EQ(table.getCurrent("nope"), -1);
     table.setCurrent("BRIGHTNESS", "5");
     table.setCurrent("", "5");
-    EXPECT_EQ(capture.finish(),
-              "no setting named: [nope]\n"
-              "no setting named: [BRIGHTNESS]\n"
-              "no setting named: []\n");
-    EXPECT_EQ(table.getCurrent("brightness"), -255);
-    EXPECT_EQ(table.settingsByName.size(), 29u);  // lookups never insert
+    EXPECT_EQ(GetCapturedStdout(),
+              "no setting named: [nope]\nno setting named: [BRIGHTNESS]\nno setting named: []\n");
+    EXPECT_EQ(writtenRows(), "brightness=-2147483648/-255 ");  // cur2 is left alone
+    EXPECT_EQ(table.settingsByName.size(), 29u);               // lookups never insert
 }
 
-TEST(CamSettingValues, SetCamParamByControlNumber) {
-    TableGuard guard;
-    auto& table = CamSettingCollection::Instance();
-    StdoutCapture capture;
+TEST(CamSettingValues, SetCamParamWritesByControlNumber) {
+    auto& table = freshTable();
+    CaptureStdout();
     table.setCamParam(1, 10, 20);
-    EXPECT_EQ(guard.row("brightness").cur, 10);
-    EXPECT_EQ(guard.row("brightness").cur2, 20);
-    table.setCamParam(0, 1, 2);  // control number 0 is a real row
-    EXPECT_EQ(guard.row("backlightCompensation").cur, 1);
-    EXPECT_EQ(guard.row("backlightCompensation").cur2, 2);
-
-    table.setCamParam(14, 5, 6);
-    EXPECT_EQ(guard.row("pan").cur, 5);
-    EXPECT_EQ(guard.row("tile").cur, 6);
-    EXPECT_EQ(guard.row("pan").cur2, -255);
-    EXPECT_EQ(guard.row("tile").cur2, -255);
-    EXPECT_EQ(capture.finish(), "");
-}
-
-TEST(CamSettingValues, SetCamParamUnknownNumbersPrintAndChangeNothing) {
-    TableGuard guard;
-    auto& table = CamSettingCollection::Instance();
-    StdoutCapture capture;
-    table.setCamParam(21, 1, 1);  // the feature rows are reachable by name only
-    table.setCamParam(17, 1, 1);
-    table.setCamParam(-1, 1, 1);
-    table.setCamParam(INT_MIN, 1, 1);
-    EXPECT_EQ(
-        lines(capture.finish()),
-        (std::vector<std::string>{"no setting named: [21]", "no setting named: [17]",
-                                  "no setting named: [-1]", "no setting named: [-2147483648]"}));
-    for (auto& entry : table.settingsByName) {
-        EXPECT_EQ(entry.second->cur, -255) << entry.first;
+    table.setCamParam(0, 1, 2);               // 0 is a real row
+    table.setCamParam(14, 5, 6);              // PAN_TILT: cur of "pan" and "tile" only
+    for (int type : {21, 17, -1, INT_MIN}) {  // feature rows are reachable by name only
+        table.setCamParam(type, 3, 3);
     }
+    EXPECT_EQ(GetCapturedStdout(),
+              "no setting named: [21]\nno setting named: [17]\nno setting named: [-1]\n"
+              "no setting named: [-2147483648]\n");
+    EXPECT_EQ(writtenRows(), "backlightCompensation=1/2 brightness=10/20 pan=5/-255 tile=6/-255 ");
 }
