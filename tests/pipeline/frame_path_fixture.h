@@ -1,0 +1,66 @@
+#pragma once
+
+#include <chrono>
+#include <cstring>
+#include <memory>
+#include <thread>
+
+#include <gtest/gtest.h>
+
+#include "hardware_buffer_testing.h"
+#include "pipeline/BufferMgmt.h"
+#include "pipeline/Buffers.h"
+#include "trevo/ConversionFactory.h"
+#include "trevo_host.h"
+
+// Pools and buffer managements against the bridge host; every test must give
+// back each hardware buffer, lock and factory sink it took.
+class FramePathTest : public ::testing::Test {
+protected:
+    using BufferMgmt = hidl_uvc_client::BufferMgmt;
+    using Buffers = hidl_uvc_client::Buffers;
+    using DynamicBuffer = hidl_uvc_client::DynamicBuffer;
+
+    void SetUp() override {
+        host.reset();
+        hardware_buffer_standin::clearFaults();
+        hardware_buffer_standin::resetCounters();
+        liveBefore = hardware_buffer_standin::liveBuffers();
+        sinksBefore = factory().frameSinkCount();
+    }
+    void TearDown() override {
+        host.reset();
+        hardware_buffer_standin::clearFaults();
+        EXPECT_EQ(hardware_buffer_standin::liveBuffers(), liveBefore);
+        EXPECT_EQ(hardware_buffer_standin::heldLocks(), 0u);
+        EXPECT_EQ(factory().frameSinkCount(), sinksBefore);
+    }
+    static trevo::ConversionFactory& factory() { return trevo::ConversionFactory::getInstance(); }
+
+    std::unique_ptr<BufferMgmt> makeMgmt(unsigned count, unsigned size, uint8_t id = 0,
+                                         uint8_t idx = 0) {
+        return std::make_unique<BufferMgmt>(count, size, &bridge, id, idx);
+    }
+
+    static void queueFrame(Buffers& pool, uint32_t length, uint8_t fill) {
+        std::unique_ptr<DynamicBuffer> frame = pool.getBuffer();
+        ASSERT_NE(frame, nullptr);
+        std::memset(frame->data, fill, length);
+        frame->length = length;
+        pool.sendQ.push(std::move(frame));
+    }
+
+    // Sends one frame once the conversion thread gave a hardware buffer back.
+    static unsigned sendOne(Buffers& pool, const std::unique_ptr<BufferMgmt>& mgmt, uint32_t length,
+                            uint8_t fill) {
+        for (int i = 0; i < 2000 && mgmt->fillQ.size() == 0; ++i)
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        queueFrame(pool, length, fill);
+        return pool.sendFrame(mgmt);
+    }
+
+    trevo_standin::Host& host = trevo_standin::Host::instance();
+    trevo::CompositorBridge bridge{trevo::BRIDGE_CONTEXT_UVC};
+    size_t liveBefore = 0;
+    size_t sinksBefore = 0;
+};
