@@ -5,7 +5,7 @@
 #include <cstdio>
 #include <utility>
 
-#include "client/StreamBuffer.h"
+#include "pipeline/StreamBuffer.h"
 #include "client/timer.h"
 
 namespace hidl_uvc_client {

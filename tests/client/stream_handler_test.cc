@@ -4,7 +4,7 @@
 #include <future>
 
 #include "android_testing.h"
-#include "client/StreamBuffer.h"
+#include "pipeline/StreamBuffer.h"
 #include "client/StreamHandler.h"
 #include "client/timer.h"
 #include "client_harness.h"

@@ -1,4 +1,4 @@
-#include "client/StreamBuffer.h"
+#include "pipeline/StreamBuffer.h"
 
 #include <android/log.h>
 #include <sys/timerfd.h>
