@@ -68,7 +68,13 @@ unsigned Buffers::handOver(const DynamicBuffer& frame, BufferMgmt& mgmt) {
         std::puts("cannot receive fill buffer");
         return 0;
     }
-    if (frame.length > hw->capacity || frame.length > frame.capacity) {
+    if (frame.length > frame.capacity) {
+        std::printf("frame claims %u bytes but its buffer holds %u, dropped\n", frame.length,
+                    frame.capacity);
+        mgmt.fillQ.push(std::move(hw));
+        return 0;
+    }
+    if (frame.length > hw->capacity) {
         std::printf("frame of %u bytes does not fit the hardware buffer of %u bytes, dropped\n",
                     frame.length, hw->capacity);
         mgmt.fillQ.push(std::move(hw));
