@@ -18,6 +18,11 @@ std::atomic<int> Log::_kCurrentLevel{LOG_DEBUG};
 Logger Log::_kLogger;
 
 void Log::logV(const char* tag, LogLevel level, const char* format, va_list args) {
+    // Signed compare: a negative current level silences everything. The
+    // message is dropped before any formatting.
+    if (_kCurrentLevel.load(std::memory_order_relaxed) < static_cast<int>(level)) {
+        return;
+    }
     char message[kMessageBufferSize] = {};
     std::vsnprintf(message, kMessageBufferSize, format ? format : "", args);
     message[kMessageBufferSize - 1] = '\0';
@@ -25,10 +30,6 @@ void Log::logV(const char* tag, LogLevel level, const char* format, va_list args
 }
 
 void Log::log(const char* tag, LogLevel level, const char* format, ...) {
-    // Signed compare: a negative current level silences everything.
-    if (_kCurrentLevel.load(std::memory_order_relaxed) < static_cast<int>(level)) {
-        return;
-    }
     va_list args;
     va_start(args, format);
     logV(tag, level, format, args);
@@ -36,9 +37,6 @@ void Log::log(const char* tag, LogLevel level, const char* format, ...) {
 }
 
 void Log::log2(const char* tag, LogLevel level, const char* format, ...) {
-    if (_kCurrentLevel.load(std::memory_order_relaxed) < static_cast<int>(level)) {
-        return;
-    }
     va_list args;
     va_start(args, format);
     logV(tag, level, format, args);
@@ -54,9 +52,6 @@ LogLevel Log::getLogLevel() {
 }
 
 void LOG_MPC(const char* tag, LogLevel level, const char* format, ...) {
-    if (Log::_kCurrentLevel.load(std::memory_order_relaxed) < static_cast<int>(level)) {
-        return;
-    }
     va_list args;
     va_start(args, format);
     Log::logV(tag, level, format, args);
