@@ -36,6 +36,8 @@ public:
     // Read-only views for tests and tools (loop thread, or while stopped).
     const DemoBuffer& demoForTest() const { return demo; }
     const util::hidl_uvc_client::timer* timerForTest() const { return timer.get(); }
+    uint32_t streamId() const { return stream_id; }
+    uint32_t streamIdx() const { return stream_idx; }
 
 private:
     hidl_uvc_client::StreamHandler* handler;

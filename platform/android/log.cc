@@ -33,10 +33,11 @@ extern "C" int __android_log_write(int prio, const char* tag, const char* text) 
 }
 
 extern "C" int __android_log_print(int prio, const char* tag, const char* fmt, ...) {
+    if (fmt == nullptr) return __android_log_write(prio, tag, "");
     char buf[4096];
     va_list ap;
     va_start(ap, fmt);
-    std::vsnprintf(buf, sizeof(buf), fmt ? fmt : "", ap);
+    std::vsnprintf(buf, sizeof(buf), fmt, ap);
     va_end(ap);
     return __android_log_write(prio, tag, buf);
 }
