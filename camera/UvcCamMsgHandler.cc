@@ -108,16 +108,17 @@ void UvcCamMsgHandler::handleContentEntry(const Dictionary& content, const std::
     printEntry(content, key);
     // Values of any other kind (numbers, objects) read as the empty text.
     const std::string value = content.getString(key);
+    const std::string shown = printable(content, key, value);
     // "get"/"set" are tested before the preset keys: {"preset":"get"} asks
     // for a setting named "preset".
     if (value == "get") {
         const std::string reply = operation.getUvcReport(key);
-        printf("==== Get value for [%s]\n", value.c_str());
+        printf("==== Get value for [%s]\n", shown.c_str());
         bridge.onAppMessage(reply);
     } else if (value == "set") {
         const std::string newValue = content.getString("value");
-        printf("==== Set value for [%s: %s]\n", value.c_str(),
-               valueMemberIsSecret(content) ? kHidden : newValue.c_str());
+        printf("==== Set value for [%s: %s]\n", shown.c_str(),
+               printable(content, "value", newValue).c_str());
         operation.set(key, newValue);
     } else if (key == "preset" || key == "presetID") {
         const std::string op = content.getString("preset");
@@ -125,7 +126,7 @@ void UvcCamMsgHandler::handleContentEntry(const Dictionary& content, const std::
         printf("==== Preset Op [%s: %lld]\n", op.c_str(), id);
         operation.preset(op, narrow(id));
     } else {
-        printf("==== key, val = [%s: %s]\n", key.c_str(), printable(content, key, value).c_str());
+        printf("==== key, val = [%s: %s]\n", key.c_str(), shown.c_str());
         operation.set(key, value);
     }
 }

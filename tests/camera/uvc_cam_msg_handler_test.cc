@@ -253,15 +253,16 @@ TEST_F(UvcCamMsgHandlerTest, PasswordValueIsNeverPrinted) {
         (Lines{kHandle, "msg_type = [uvc_report]", "content key = [Password]", "content val = [*]",
                "==== key, val = [Password: *]", "no setting named: [Password]",
                "content key = [Password]", "content val = [*]"}));
+    EXPECT_EQ(handle(report(R"({"Password":"get"})")).at(5), "==== Get value for [*]");
     // A set of Password carries it in "value", which every set reads.
-    EXPECT_EQ(handle(report(R"({"Password":"set","gain":"set","value":"hunter2"})")),
-              (Lines{kHandle, "msg_type = [uvc_report]", "content key = [Password]",
-                     "content val = [*]", "==== Set value for [set: *]",
-                     "no setting named: [Password]", "content key = [gain]", "content val = [set]",
-                     "==== Set value for [set: *]", "content key = [value]", "content val = [*]",
-                     "==== key, val = [value: *]", "no setting named: [value]",
-                     "content key = [Password]", "content val = [*]", "content key = [gain]",
-                     "content val = [set]", "content key = [value]", "content val = [*]"}));
+    EXPECT_EQ(
+        handle(report(R"({"Password":"set","gain":"set","value":"hunter2"})")),
+        (Lines{kHandle, "msg_type = [uvc_report]", "content key = [Password]", "content val = [*]",
+               "==== Set value for [*: *]", "no setting named: [Password]", "content key = [gain]",
+               "content val = [set]", "==== Set value for [set: *]", "content key = [value]",
+               "content val = [*]", "==== key, val = [value: *]", "no setting named: [value]",
+               "content key = [Password]", "content val = [*]", "content key = [gain]",
+               "content val = [set]", "content key = [value]", "content val = [*]"}));
     volut_test::DefaultServerCapture base;  // the base log, written to the Android log
     std::string printed;
     for (const std::string& message :
