@@ -109,6 +109,8 @@ TEST_F(StormTest, RandomChangesFromSeveralThreadsLeaveEveryStreamWhole) {
                                                 kFormats[pick(std::size(kFormats))], pick(4) != 0));
                     // Now and then one change for all streams (255, any index).
                     tickets[t].push_back(host.hotplug(4, pick(30) == 0 ? 255 : id, idx, t));
+                    // About 50 ms between two changes of one stream, more than
+                    // the 30 ms to a restarted stream's first frame: frames flow.
                     std::this_thread::sleep_for(std::chrono::milliseconds(pick(50)));
                 }
             });
