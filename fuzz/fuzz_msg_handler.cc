@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "FuzzSupport.h"
+#include "camera/MessageLimits.h"
 #include "camera/UvcCamMsgHandler.h"
 #include "trevo/CompositorBridge.h"
 #include "trevo_host.h"
@@ -58,6 +59,10 @@ std::string textOf(const std::map<std::string, json_object*>& members, const cha
 // must come (the entries are string members, answered in byte order).
 std::vector<std::string> expectedGets(const std::string& message) {
     std::vector<std::string> gets;
+    // A message beyond the size or nesting limits is refused unanswered.
+    if (!uvc_client::messageRefusal(message).empty()) {
+        return gets;
+    }
     json_tokener_error error = json_tokener_success;
     json_object* root = json_tokener_parse_verbose(message.c_str(), &error);
     const auto top = recordMembers(root);
