@@ -4,7 +4,11 @@
 #include <sys/eventfd.h>
 #include <sys/timerfd.h>
 
+#include <sys/resource.h>
+#include <unistd.h>
+
 #include <atomic>
+#include <fstream>
 #include <limits>
 #include <memory>
 #include <thread>
@@ -60,6 +64,66 @@ TEST_F(TimerTest, EventLoopCountsOnlySuccessfulRegistrationsAndSkipsNullCallback
     // 1 s + 20,000,000 ns; a wrong split of the milliseconds is EINVAL.
     EXPECT_EQ(0, nsleep(1020));
     EXPECT_EQ(-1, nsleep(-5));
+}
+
+// Entries of an epoll set, as the kernel lists them.
+int epollEntries(int epfd) {
+    std::ifstream info("/proc/self/fdinfo/" + std::to_string(epfd));
+    int n = 0;
+    for (std::string line; std::getline(info, line);) {
+        n += line.rfind("tfd:", 0) == 0;
+    }
+    return n;
+}
+
+// Every ready descriptor is dispatched by the one wait in which it became
+// ready, however many there are; the stop descriptor exists only while a
+// running loop is being stopped.
+TEST(EventLoopTest, InitHoldsNothingAndOneWaitDispatchesEveryReadyDescriptor) {
+    const int before = event_loop_utils::registeredCount();
+    ASSERT_EQ(0, event_loop_init());
+    EXPECT_EQ(0, epollEntries(event_loop_utils::epollDescriptor()));
+    EXPECT_EQ(before, event_loop_utils::registeredCount());
+
+    std::atomic<int> calls{0};
+    event_loop_handler ready = {[](void* c) {
+                                    ++*static_cast<std::atomic<int>*>(c);
+                                    event_loop_utils::stop();  // after this wait's dispatch
+                                },
+                                &calls};
+    std::vector<int> fds(300);
+    for (int& fd : fds) {
+        fd = eventfd(1, EFD_NONBLOCK);  // never drained: ready every wait
+        ASSERT_EQ(0, event_loop_register(fd, &ready, EPOLLIN, 0));
+    }
+    std::thread loop([] { event_loop_run(nullptr); });
+    loop.join();
+    EXPECT_EQ(300, calls.load());
+    EXPECT_EQ(before + 300, event_loop_utils::registeredCount());
+    EXPECT_EQ(300, epollEntries(event_loop_utils::epollDescriptor()));
+    for (int fd : fds) {
+        EXPECT_EQ(0, event_loop_unregister(fd));
+        close(fd);
+    }
+}
+
+// Fills every descriptor slot but one, then initialises the loop.
+int initWithOneFreeDescriptor() {
+    const struct rlimit few = {64, 64};
+    if (setrlimit(RLIMIT_NOFILE, &few) != 0) {
+        return 2;
+    }
+    int last = -1;
+    for (int fd; (fd = dup(STDERR_FILENO)) >= 0;) {
+        last = fd;
+    }
+    close(last);
+    return event_loop_init() == 0 ? 0 : 1;
+}
+
+TEST(EventLoopDeathTest, InitNeedsOnlyOneDescriptor) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    EXPECT_EXIT(_exit(initWithOneFreeDescriptor()), testing::ExitedWithCode(0), "");
 }
 
 TEST_F(TimerTest, ArmsWithThirtyMsFirstExpiryRefusesWhatDoesNotFitAndDisarms) {
