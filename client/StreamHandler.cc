@@ -96,9 +96,10 @@ void StreamHandler::HandleConfigChange() {
             }
             return;
         }
-        if (config.fps <= 0) {
-            // No period exists for this rate; the stream stays stopped until
-            // the host sends a usable one.
+        if (config.fps <= 0 || config.fps > kMaxFrameRate) {
+            // No period exists for this rate, or one so short that the loop
+            // would do nothing but make frames; the stream stays stopped
+            // until the host sends a usable rate.
             __android_log_print(ANDROID_LOG_WARN, kTag,
                                 "Stream [%u] [%u]: frame rate %d cannot be streamed, not started\n",
                                 stream_id, stream_idx, config.fps);

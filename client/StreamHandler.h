@@ -30,6 +30,10 @@ namespace hidl_uvc_client {
 // starts or stops its frame source, buffer management and hand-over timer.
 class StreamHandler {
 public:
+    // Highest frame rate streamed (high-speed UVC modes go up to 240 fps); a
+    // higher one is refused like a rate of 0.
+    static constexpr int32_t kMaxFrameRate = 240;
+
     StreamHandler(const trevo::CompositorBridge& bridge, uint8_t stream_id, uint8_t stream_idx);
     // Stops whatever still runs (frame source, conversion thread, timer).
     virtual ~StreamHandler();

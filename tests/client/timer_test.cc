@@ -129,9 +129,11 @@ TEST(EventLoopDeathTest, InitNeedsOnlyOneDescriptor) {
 TEST_F(TimerTest, ArmsWithThirtyMsFirstExpiryRefusesWhatDoesNotFitAndDisarms) {
     EXPECT_EQ(33333337, timer::intervalNs(1.0f / 30));  // single precision
     EXPECT_EQ(40000000, timer::intervalNs(0.04f));      // multiple of 10: nothing added
+    // Too long for a signed 32-bit count, negative, not a number, or so short
+    // that the period would be 0 (a single expiry instead of a period).
     for (float bad : {2.5f, -0.01f, std::numeric_limits<float>::quiet_NaN(),
-                      std::numeric_limits<float>::infinity()}) {
-        EXPECT_EQ(-1, timer::intervalNs(bad));  // does not fit a signed 32-bit count
+                      std::numeric_limits<float>::infinity(), 0.0f, 1.0f / 2147483647}) {
+        EXPECT_EQ(-1, timer::intervalNs(bad)) << bad;
     }
     timer t(count);
     struct itimerspec s = {};
