@@ -20,6 +20,7 @@ StreamBuffer::StreamBuffer(hidl_uvc_client::StreamHandler* owner, unsigned char 
 StreamBuffer::~StreamBuffer() = default;
 
 void StreamBuffer::startStream(double period) {
+    demo.rearmFileWarning();
     timer->set_interval(false, static_cast<float>(period));
 }
 

@@ -1,5 +1,8 @@
 #include <android/log.h>
+#include <fcntl.h>
+#include <sys/stat.h>
 #include <turbojpeg.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cstdlib>
@@ -99,6 +102,58 @@ TEST_F(StreamingTest, H264FromFilesInOrderAndJpegWithFileModeOff) {
         EXPECT_EQ(240, ht);
     }
     tjDestroy(d);
+}
+
+TEST_F(StreamingTest, AFifoAmongTheFrameFilesSlowsNoOtherStream) {
+    char tmpl[] = "/tmp/fifo_frames_XXXXXX";
+    const std::string root = mkdtemp(tmpl);
+    const std::string fifo = root + "/160_120/frame0";
+    ASSERT_EQ(0, std::system(("mkdir -p " + root + "/160_120").c_str()));
+    ASSERT_EQ(0, mkfifo(fifo.c_str(), 0600));
+    hidl_uvc_client::setFrameFilesRoot(root);
+    android_standin::LogCapture log;
+    {
+        // Should the loop thread block on the FIFO, it is let go once the
+        // test has failed, so that the harness can still end the loop.
+        struct Releaser {
+            std::string fifo;
+            std::atomic<bool> release{false}, finished{false};
+            std::thread t{[this] {
+                for (; !finished; std::this_thread::sleep_for(10ms)) {
+                    const int w = release ? open(fifo.c_str(), O_WRONLY | O_NONBLOCK) : -1;
+                    if (w >= 0)
+                        close(w);
+                }
+            }};
+            ~Releaser() {
+                finished = true;
+                t.join();
+            }
+        } releaser{fifo};
+        ClientHarness h;
+        struct LetGo {
+            std::atomic<bool>& release;
+            ~LetGo() { release = true; }
+        } letGo{releaser.release};
+        h.change(0, 0, streamConfig(160, 120, 30, DemoBuffer::kFormatH264, 1));
+        h.change(0, 1, streamConfig(64, 48, 30, DemoBuffer::kFormatYUYV, 1));
+        ASSERT_TRUE(host.waitForFrames(0, 1, 3, 5s));
+        host.clearFrames();
+        ASSERT_TRUE(host.waitForFrames(0, 1, 31, 5s));
+        std::vector<uint64_t> times;
+        for (const auto& f : host.frames()) {
+            if (f.streamIdx == 1)
+                times.push_back(f.monotonicNs);
+            else
+                EXPECT_EQ(0u, f.size);  // the FIFO's stream sends empty frames
+        }
+        EXPECT_NEAR(1.0, (times[30] - times[0]) / 1e9, 0.3);
+    }
+    hidl_uvc_client::setFrameFilesRoot("/data/h264_frames");
+    EXPECT_EQ(0, std::system(("rm -rf " + root).c_str()));
+    auto lines = log.withTag("ConvFactory");
+    EXPECT_EQ(1, std::count_if(lines.begin(), lines.end(),
+                               [](const auto& r) { return r.priority == ANDROID_LOG_WARN; }));
 }
 
 TEST_F(StreamingTest, AllStreamsCarryTheirOwnNumbersAndOutliveALostConnection) {
