@@ -17,6 +17,9 @@ const unsigned kFrameBufferCount = 5;
 const unsigned kHardwareBufferCount = 3;
 // Four bytes per pixel whatever the format; larger frames are refused.
 const uint64_t kMaxFrameBytes = 0x7FFFFFFF;
+// How often a streaming handler tries again to make hardware buffers that
+// could not be made.
+const std::chrono::seconds kRepairInterval(1);
 
 bool sameSetup(const trevo::HalUvcConfig& a, const trevo::HalUvcConfig& b) {
     return a.width == b.width && a.height == b.height && a.fps == b.fps && a.format == b.format;
@@ -87,6 +90,12 @@ void StreamHandler::HandleConfigChange() {
         bufferMgmt = std::move(newMgmt);
         auto newBuffers = std::make_unique<Buffers>(kFrameBufferCount, size);
         buffers = std::move(newBuffers);
+        lastRepair = std::chrono::steady_clock::now();
+    } else if (bufferMgmt && bufferMgmt->missingBuffers() > 0) {
+        // The same setup again, but some hardware buffers could not be made
+        // last time: this is the host's way of asking for the stream anew.
+        lastRepair = std::chrono::steady_clock::now();
+        bufferMgmt->repair();
     }
 
     if (config.streaming != 0) {
@@ -129,9 +138,19 @@ void StreamHandler::sendData() {
 }
 
 void StreamHandler::handOver() {
-    if (fillDataTest && bufferMgmt && buffers) {
-        buffers->sendFrame(bufferMgmt);
+    if (!fillDataTest || !bufferMgmt || !buffers) {
+        return;
     }
+    if (bufferMgmt->missingBuffers() > 0) {
+        // Allocation may work again without a stream change (memory freed
+        // elsewhere); try now and then, not on every frame.
+        const auto now = std::chrono::steady_clock::now();
+        if (now - lastRepair >= kRepairInterval) {
+            lastRepair = now;
+            bufferMgmt->repair();
+        }
+    }
+    buffers->sendFrame(bufferMgmt);
 }
 
 std::unique_lock<std::mutex> StreamHandler::frameLock() {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <atomic>
+#include <chrono>
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -83,6 +84,8 @@ private:
     std::unique_ptr<uvc_client::StreamBuffer> streamBuffer;
     std::unique_ptr<util::hidl_uvc_client::timer> wakeTimer;
     std::function<void()> autoUpdateHandler;
+    // Last attempt to make missing hardware buffers; guarded by `lock`.
+    std::chrono::steady_clock::time_point lastRepair;
     // Mirrors config.streaming for the lock-free look of the timer callback.
     std::atomic<int32_t> streaming{0};
 };

@@ -11,6 +11,7 @@
 
 #include "android_testing.h"
 #include "client/StreamHandler.h"
+#include "hardware_buffer_testing.h"
 #include "client_harness.h"
 #include "hidl_uvc_client.h"
 
@@ -102,6 +103,46 @@ TEST_F(StreamingTest, H264FromFilesInOrderAndJpegWithFileModeOff) {
         EXPECT_EQ(240, ht);
     }
     tjDestroy(d);
+}
+
+// Seconds between the first and the last of the next n frames of 0:0.
+double secondsForFrames(trevo_standin::Host& host, size_t n) {
+    host.clearFrames();
+    if (!host.waitForFrames(0, 0, n, 10s)) {
+        return -1;
+    }
+    auto f = host.frames();
+    return (f[n - 1].monotonicNs - f[0].monotonicNs) / 1e9;
+}
+
+TEST_F(StreamingTest, HardwareBuffersThatFailedAreMadeAgainAndTheStreamRunsAtItsRate) {
+    namespace hb = hardware_buffer_standin;
+    ClientHarness h;
+    auto* handler = h.client().handlerForTest("0:0");
+    auto missing = [&] {
+        std::lock_guard<std::mutex> quiet(handler->lockForTest());
+        return handler->bufferMgmtForTest()->missingBuffers();
+    };
+    // None of the three: nothing to send until the host asks again, even
+    // with the same setup; then every buffer exists and the rate is full.
+    hb::failAllocations(3);
+    h.change(0, 0, streamConfig(64, 48, 30, DemoBuffer::kFormatYUYV, 1));
+    EXPECT_EQ(3, missing());
+    h.change(0, 0, streamConfig(64, 48, 30, DemoBuffer::kFormatYUYV, 1));
+    EXPECT_EQ(0, missing());
+    EXPECT_NEAR(1.0, secondsForFrames(host, 31), 0.3);
+
+    // One of three: the two that exist carry every frame (no frame meets an
+    // empty buffer), and the third is made without a stream change.
+    testing::internal::CaptureStdout();
+    hb::failAllocations(1);
+    h.change(0, 0, streamConfig(64, 48, 60, DemoBuffer::kFormatYUYV, 1));
+    EXPECT_EQ(1, missing());
+    EXPECT_NEAR(1.0, secondsForFrames(host, 61), 0.3);
+    EXPECT_EQ(0, missing());
+    const std::string out = testing::internal::GetCapturedStdout();
+    EXPECT_EQ(std::string::npos, out.find("does not fit the hardware buffer")) << out;
+    hb::clearFaults();
 }
 
 TEST_F(StreamingTest, AFifoAmongTheFrameFilesSlowsNoOtherStream) {
