@@ -82,7 +82,7 @@ enum class WaitResult { kContinue, kFailed };
 // One wait and its dispatch. The event array is a stack block of this call,
 // released when it returns, with room for every registered descriptor. The
 // library registers two timers per stream that holds descriptors, and those
-// streams are bounded (HidlUvcClient), so the block stays small.
+// streams are bounded (StreamAdmission), so the block stays small.
 WaitResult wait_once(int n, int timeout) {
     epoll_event* events =
         n > 0 ? static_cast<epoll_event*>(alloca(sizeof(epoll_event) * n)) : nullptr;

@@ -37,6 +37,9 @@ public:
     // would arm a single expiry) or does not fit 32 bits.
     static int intervalNs(float interval_s);
 
+    // True once the descriptor is registered with the event loop.
+    bool registered() const { return registered_; }
+
     // The loop's callback; `context` is the timer.
     static void wakealarm_event(void* context);
 
