@@ -114,7 +114,7 @@ TEST_F(TimerTest, ArmsWithThirtyMsFirstExpiryRefusesWhatDoesNotFitAndDisarms) {
     // Too long for a signed 32-bit count, negative, not a number, or so short
     // that the period would be 0 (a single expiry instead of a period).
     for (float bad : {2.5f, -0.01f, std::numeric_limits<float>::quiet_NaN(),
-                      std::numeric_limits<float>::infinity(), 0.0f, 1.0f / 2147483647}) {
+                      std::numeric_limits<float>::infinity(), 0.0f, 1e-10f}) {
         EXPECT_EQ(-1, timer::intervalNs(bad)) << bad;
     }
     timer t(count);
