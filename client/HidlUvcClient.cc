@@ -38,7 +38,7 @@ HidlUvcClient::HidlUvcClient() : bridge(trevo::BridgeContext(1)) {
     std::lock_guard<std::mutex> guard(streamsLock);
     const std::string key = streamKey(0, 0);
     if (streams.find(key) == streams.end()) {
-        streams.emplace(key, std::make_unique<StreamHandler>(bridge, 0, 0));
+        streams.emplace(key, std::make_unique<StreamHandler>(bridge, 0, 0, &admission));
     }
 }
 
@@ -79,7 +79,11 @@ void HidlUvcClient::HandleStreamChanged(uint8_t stream_id, uint8_t stream_idx) {
     const std::string key = streamKey(stream_id, stream_idx);
     auto it = streams.find(key);
     if (it == streams.end()) {
-        it = streams.emplace(key, std::make_unique<StreamHandler>(bridge, stream_id, stream_idx))
+        // Every stream number gets its handler; what it may hold is bounded
+        // by `admission` when it is first configured.
+        it = streams
+                 .emplace(key, std::make_unique<StreamHandler>(bridge, stream_id, stream_idx,
+                                                               &admission))
                  .first;
     }
     it->second->HandleStreamChanged();
