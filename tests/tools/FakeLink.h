@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-#include "UvcLink.h"
+#include "link/UvcLink.h"
 
 namespace uvc_host_test {
 

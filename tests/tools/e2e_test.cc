@@ -7,8 +7,8 @@
 
 #include <cstdlib>
 
-#include "FileUtil.h"
-#include "OutputNaming.h"
+#include "media/FileUtil.h"
+#include "media/OutputNaming.h"
 #include "TempDir.h"
 
 namespace {

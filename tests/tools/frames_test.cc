@@ -5,13 +5,13 @@
 
 #include <cstdlib>
 
-#include "AnnexBSplitter.h"
-#include "DigitPainter.h"
-#include "FrameFileLayout.h"
-#include "FrameSetMaker.h"
-#include "JpegEncoder.h"
+#include "media/AnnexBSplitter.h"
+#include "media/DigitPainter.h"
+#include "media/FrameFileLayout.h"
+#include "media/FrameSetMaker.h"
+#include "media/JpegEncoder.h"
 #include "TempDir.h"
-#include "TestImage.h"
+#include "media/TestImage.h"
 
 using namespace uvc_host;
 

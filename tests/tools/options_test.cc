@@ -1,8 +1,8 @@
 #include <gtest/gtest.h>
 
-#include "CommandOptions.h"
+#include "cli/CommandOptions.h"
 #include "FakeLink.h"
-#include "HostMain.h"
+#include "cli/HostMain.h"
 #include "TempDir.h"
 
 using namespace uvc_host;

@@ -1,8 +1,8 @@
 #include <gtest/gtest.h>
 
 #include "FakeLink.h"
-#include "Scenario.h"
-#include "ScenarioRunner.h"
+#include "session/Scenario.h"
+#include "session/ScenarioRunner.h"
 #include "TempDir.h"
 
 using namespace uvc_host;

@@ -2,7 +2,7 @@
 #include <json-c/json.h>
 
 #include "FakeLink.h"
-#include "StreamSession.h"
+#include "session/StreamSession.h"
 #include "TempDir.h"
 
 using namespace uvc_host;

@@ -2,8 +2,8 @@
 
 #include <algorithm>
 
-#include "FrameStats.h"
-#include "ProgressReporter.h"
+#include "report/FrameStats.h"
+#include "report/ProgressReporter.h"
 #include "TempDir.h"
 
 using uvc_host::FrameStats;

@@ -1,7 +1,7 @@
 #include <gtest/gtest.h>
 
-#include "FrameWriter.h"
-#include "OutputNaming.h"
+#include "media/FrameWriter.h"
+#include "media/OutputNaming.h"
 #include "TempDir.h"
 
 using namespace uvc_host;

@@ -1,0 +1,27 @@
+#pragma once
+
+#include "cli/CommandOptions.h"
+#include "cli/HostIo.h"
+#include "link/UvcLink.h"
+
+namespace uvc_host {
+
+// `uvc-host control`: sends camera-control messages, one after the other,
+// and prints every reply the library sends back, one per line.
+class ControlSession {
+public:
+    ControlSession(const ControlOptions& options, UvcLinkFactory factory, HostIo io);
+
+    // kExitUsage for messages that are not JSON (before anything is sent),
+    // kExitFailed when a message was not delivered in time.
+    int run();
+
+private:
+    int loadMessages();  // an exit status
+
+    ControlOptions options_;
+    UvcLinkFactory factory_;
+    HostIo io_;
+};
+
+}  // namespace uvc_host
