@@ -2,8 +2,9 @@
 #include <json-c/json.h>
 
 #include "FakeLink.h"
-#include "session/StreamSession.h"
 #include "TempDir.h"
+#include "cli/CommandLine.h"
+#include "session/StreamSession.h"
 
 using namespace uvc_host;
 using uvc_host_test::contents;
@@ -17,8 +18,11 @@ struct Outcome {
 };
 
 Outcome runStream(const std::vector<std::string>& args, uvc_host_test::FakeState* state) {
-    StreamOptions o;
-    EXPECT_EQ(parseStreamOptions(args, &o).status, ParseOutcome::Ok);
+    std::vector<std::string> line = args;
+    line.insert(line.begin(), "stream");
+    CommandLine parsed = parseCommandLine(line);
+    EXPECT_EQ(parsed.command, CommandLine::Command::Stream) << parsed.text;
+    const StreamOptions& o = parsed.stream;
     FILE* out = std::tmpfile();
     FILE* err = std::tmpfile();
     int status = StreamSession(o, uvc_host_test::fakeFactory(state), {out, err, false}).run();

@@ -2,20 +2,14 @@
 
 #include <cstdint>
 #include <string>
+#include <utility>
 #include <vector>
 
-#include "media/FrameSize.h"
 #include "link/StreamKey.h"
+#include "media/FrameSize.h"
 #include "media/VideoFormat.h"
 
 namespace uvc_host {
-
-// What parsing a sub-command's arguments came to.
-struct ParseOutcome {
-    enum Status { Ok, Help, Error };
-    Status status = Ok;
-    std::string error;  // one line, for Error
-};
 
 struct SaveFrameRequest {
     uint64_t index = 0;  // counted from 0, per stream
@@ -65,10 +59,33 @@ struct ScenarioOptions {
     bool verbose = false;
 };
 
-ParseOutcome parseStreamOptions(const std::vector<std::string>& args, StreamOptions* out);
-ParseOutcome parseControlOptions(const std::vector<std::string>& args, ControlOptions* out);
-// args start after "frames"; the first must be the action "make".
-ParseOutcome parseFramesOptions(const std::vector<std::string>& args, FramesOptions* out);
-ParseOutcome parseScenarioOptions(const std::vector<std::string>& args, ScenarioOptions* out);
+// An option's text as the command line gave it; `given` tells an empty value
+// from an absent option.
+struct OptionText {
+    std::string value;
+    bool given = false;
+};
+
+// The texts of the options that take a value, before they are checked.
+struct StreamTexts {
+    std::vector<std::string> streams;
+    OptionText size, fps, format, duration, frames, timeout, tolerance, framesDir, output;
+    std::vector<std::pair<std::string, std::string>> saveFrames;
+};
+
+struct ControlTexts {
+    OptionText file, stream, wait;
+};
+
+struct FramesTexts {
+    OptionText format, size, count, fps, dir, encoder;
+};
+
+// Each checks the texts and converts them into `out`, whose flags and
+// positional arguments are already set. The result is "" or one line
+// saying what is wrong.
+std::string checkStreamOptions(const StreamTexts& in, StreamOptions* out);
+std::string checkControlOptions(const ControlTexts& in, ControlOptions* out);
+std::string checkFramesOptions(const FramesTexts& in, FramesOptions* out);
 
 }  // namespace uvc_host

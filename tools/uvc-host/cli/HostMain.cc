@@ -1,32 +1,14 @@
 #include "cli/HostMain.h"
 
-#include "cli/CommandOptions.h"
-#include "session/ControlSession.h"
+#include "cli/CommandLine.h"
 #include "media/FrameSetMaker.h"
-#include "cli/HelpText.h"
+#include "session/ControlSession.h"
 #include "session/ScenarioRunner.h"
 #include "session/StreamSession.h"
 
 namespace uvc_host {
 
 namespace {
-
-// Help goes to stdout with status 0; a usage error is one line on stderr.
-bool handleParse(const ParseOutcome& outcome, const std::string& command,
-                 const HostEnvironment& env, int* status) {
-    if (outcome.status == ParseOutcome::Help) {
-        std::fputs(helpText(command).c_str(), env.helpOut);
-        *status = kExitOk;
-        return false;
-    }
-    if (outcome.status == ParseOutcome::Error) {
-        std::fprintf(env.usageErr, "uvc-host %s: %s (see uvc-host %s --help)\n", command.c_str(),
-                     outcome.error.c_str(), command.c_str());
-        *status = kExitUsage;
-        return false;
-    }
-    return true;
-}
 
 int runFrames(const FramesOptions& options, const HostEnvironment& env) {
     HostIo io = env.io(false);
@@ -48,47 +30,25 @@ int runFrames(const FramesOptions& options, const HostEnvironment& env) {
 }  // namespace
 
 int runHost(const std::vector<std::string>& args, const HostEnvironment& env) {
-    if (args.empty()) {
-        std::fprintf(env.usageErr, "uvc-host: missing command (see uvc-host --help)\n");
-        return kExitUsage;
+    CommandLine line = parseCommandLine(args);
+    switch (line.command) {
+        case CommandLine::Command::Usage:
+            // A usage error is one line on stderr; help goes to stdout.
+            std::fprintf(env.usageErr, "%s\n", line.text.c_str());
+            return kExitUsage;
+        case CommandLine::Command::Help:
+        case CommandLine::Command::Version:
+            std::fputs(line.text.c_str(), env.helpOut);
+            return kExitOk;
+        case CommandLine::Command::Stream:
+            return StreamSession(line.stream, env.link, env.io(line.stream.verbose)).run();
+        case CommandLine::Command::Control:
+            return ControlSession(line.control, env.link, env.io(line.control.verbose)).run();
+        case CommandLine::Command::Frames:
+            return runFrames(line.frames, env);
+        case CommandLine::Command::Scenario:
+            return ScenarioRunner(line.scenario, env.link, env.io(line.scenario.verbose)).run();
     }
-    const std::string& command = args[0];
-    std::vector<std::string> rest(args.begin() + 1, args.end());
-    int status = kExitOk;
-    if (command == "--help" || command == "help" || command == "-h") {
-        std::fputs(helpText("").c_str(), env.helpOut);
-        return kExitOk;
-    }
-    if (command == "stream") {
-        StreamOptions options;
-        if (!handleParse(parseStreamOptions(rest, &options), command, env, &status)) {
-            return status;
-        }
-        return StreamSession(options, env.link, env.io(options.verbose)).run();
-    }
-    if (command == "control") {
-        ControlOptions options;
-        if (!handleParse(parseControlOptions(rest, &options), command, env, &status)) {
-            return status;
-        }
-        return ControlSession(options, env.link, env.io(options.verbose)).run();
-    }
-    if (command == "frames") {
-        FramesOptions options;
-        if (!handleParse(parseFramesOptions(rest, &options), command, env, &status)) {
-            return status;
-        }
-        return runFrames(options, env);
-    }
-    if (command == "scenario") {
-        ScenarioOptions options;
-        if (!handleParse(parseScenarioOptions(rest, &options), command, env, &status)) {
-            return status;
-        }
-        return ScenarioRunner(options, env.link, env.io(options.verbose)).run();
-    }
-    std::fprintf(env.usageErr, "uvc-host: unknown command '%s' (see uvc-host --help)\n",
-                 command.c_str());
     return kExitUsage;
 }
 

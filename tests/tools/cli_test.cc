@@ -1,19 +1,19 @@
 #include <gtest/gtest.h>
 
-#include "cli/CommandOptions.h"
 #include "FakeLink.h"
-#include "cli/HostMain.h"
 #include "TempDir.h"
+#include "cli/CommandLine.h"
+#include "cli/HostMain.h"
 
 using namespace uvc_host;
 using uvc_host_test::contents;
 
 namespace {
 
-StreamOptions parseStream(std::vector<std::string> args, ParseOutcome* outcome) {
-    StreamOptions o;
-    *outcome = parseStreamOptions(args, &o);
-    return o;
+StreamOptions parseStream(std::vector<std::string> args, CommandLine* line) {
+    args.insert(args.begin(), "stream");
+    *line = parseCommandLine(args);
+    return line->stream;
 }
 
 // Runs the whole tool in-process against the fake library; returns the exit
@@ -50,9 +50,9 @@ size_t lineCount(const std::string& text) {
 }  // namespace
 
 TEST(StreamOptionsTest, DefaultsAndFullCommandLine) {
-    ParseOutcome outcome;
-    StreamOptions o = parseStream({}, &outcome);
-    ASSERT_EQ(outcome.status, ParseOutcome::Ok);
+    CommandLine line;
+    StreamOptions o = parseStream({}, &line);
+    ASSERT_EQ(line.command, CommandLine::Command::Stream);
     ASSERT_EQ(o.streams.size(), 1u);
     EXPECT_EQ(o.streams[0].text(), "0:0");
     EXPECT_STREQ(o.format->name, "YUYV");
@@ -62,8 +62,8 @@ TEST(StreamOptionsTest, DefaultsAndFullCommandLine) {
     o = parseStream({"--stream", "1:3", "--stream=0:2", "--size", "1280x720", "--fps", "60",
                      "--format", "NV12", "--frames", "300", "--output", "v.yuv", "--save-frame",
                      "4", "f.jpg", "--json", "--no-progress"},
-                    &outcome);
-    ASSERT_EQ(outcome.status, ParseOutcome::Ok) << outcome.error;
+                    &line);
+    ASSERT_EQ(line.command, CommandLine::Command::Stream) << line.text;
     ASSERT_EQ(o.streams.size(), 2u);
     EXPECT_EQ(o.streams[0].text(), "1:3");
     EXPECT_EQ(o.streams[1].text(), "0:2");
@@ -79,8 +79,8 @@ TEST(StreamOptionsTest, DefaultsAndFullCommandLine) {
     EXPECT_TRUE(o.json);
     EXPECT_FALSE(o.progress);
 
-    o = parseStream({"--stream", "all"}, &outcome);
-    ASSERT_EQ(outcome.status, ParseOutcome::Ok);
+    o = parseStream({"--stream", "all"}, &line);
+    ASSERT_EQ(line.command, CommandLine::Command::Stream);
     EXPECT_TRUE(o.allStreams);
     ASSERT_EQ(o.streams.size(), 8u);
     EXPECT_EQ(o.streams[7].text(), "1:3");
@@ -119,48 +119,33 @@ TEST(StreamOptionsTest, RejectsBadValuesWithOneReason) {
         {"--fps-tolerance", "101"},
     };
     for (const auto& args : bad) {
-        ParseOutcome outcome;
-        parseStream(args, &outcome);
+        CommandLine line;
+        parseStream(args, &line);
         std::string joined;
         for (const auto& a : args) {
             joined += a + " ";
         }
-        EXPECT_EQ(outcome.status, ParseOutcome::Error) << joined;
-        EXPECT_FALSE(outcome.error.empty()) << joined;
-        EXPECT_EQ(outcome.error.find('\n'), std::string::npos) << joined;
+        EXPECT_EQ(line.command, CommandLine::Command::Usage) << joined;
+        EXPECT_EQ(line.text.rfind("uvc-host stream: ", 0), 0u) << line.text;
+        EXPECT_EQ(line.text.find('\n'), std::string::npos) << joined;
     }
 }
 
 TEST(OtherOptionsTest, ControlFramesScenario) {
-    ControlOptions c;
-    ASSERT_EQ(parseControlOptions({"{}", "--stream", "1:2", "--file", "m.txt"}, &c).status,
-              ParseOutcome::Ok);
-    EXPECT_EQ(c.messages.size(), 1u);
-    EXPECT_EQ(c.stream.text(), "1:2");
-    EXPECT_EQ(c.file, "m.txt");
-    ControlOptions none;
-    EXPECT_EQ(parseControlOptions({}, &none).status, ParseOutcome::Error);
+    CommandLine c = parseCommandLine({"control", "{}", "--stream", "1:2", "--file", "m.txt"});
+    ASSERT_EQ(c.command, CommandLine::Command::Control) << c.text;
+    EXPECT_EQ(c.control.messages.size(), 1u);
+    EXPECT_EQ(c.control.stream.text(), "1:2");
+    EXPECT_EQ(c.control.file, "m.txt");
 
-    FramesOptions f;
-    ASSERT_EQ(parseFramesOptions(
-                  {"make", "--format", "MJPG", "--size", "64x48", "--count", "3", "--dir", "d"}, &f)
-                  .status,
-              ParseOutcome::Ok);
-    EXPECT_EQ(f.count, 3u);
-    FramesOptions g;
-    EXPECT_EQ(parseFramesOptions(
-                  {"make", "--format", "YUYV", "--size", "64x48", "--count", "3", "--dir", "d"}, &g)
-                  .status,
-              ParseOutcome::Error);
-    FramesOptions h;
-    EXPECT_EQ(parseFramesOptions({"remove"}, &h).status, ParseOutcome::Error);
-    FramesOptions i;
-    EXPECT_EQ(parseFramesOptions({"make", "--format", "MJPG"}, &i).status, ParseOutcome::Error);
-
-    ScenarioOptions s;
-    EXPECT_EQ(parseScenarioOptions({"a.txt", "b.txt"}, &s).status, ParseOutcome::Error);
-    ScenarioOptions t;
-    EXPECT_EQ(parseScenarioOptions({}, &t).status, ParseOutcome::Error);
+    CommandLine f = parseCommandLine(
+        {"frames", "make", "--format", "MJPG", "--size", "64x48", "--count", "3", "--dir", "d"});
+    ASSERT_EQ(f.command, CommandLine::Command::Frames) << f.text;
+    EXPECT_EQ(f.frames.count, 3u);
+    CommandLine s = parseCommandLine({"scenario", "--jpeg", "a.txt"});
+    ASSERT_EQ(s.command, CommandLine::Command::Scenario) << s.text;
+    EXPECT_EQ(s.scenario.file, "a.txt");
+    EXPECT_TRUE(s.scenario.jpeg);
 }
 
 TEST(HostMainTest, UsageErrorsExitTwoWithOneLine) {
@@ -174,7 +159,13 @@ TEST(HostMainTest, UsageErrorsExitTwoWithOneLine) {
         {"control", "[1,2]"},
         {"control", "{} trailing"},
         {"frames", "make", "--format", "MJPG"},
+        {"frames", "make", "--format", "YUYV", "--size", "64x48", "--count", "3", "--dir", "d"},
+        {"frames", "remove"},
+        {"frames"},
+        {"control"},
         {"scenario"},
+        {"scenario", "a.txt", "b.txt"},
+        {"--bogus"},
     };
     for (const auto& args : bad) {
         ToolRun r = runTool(args);
@@ -192,11 +183,15 @@ TEST(HostMainTest, UsageErrorsExitTwoWithOneLine) {
 TEST(HostMainTest, HelpIsCompleteForEveryCommand) {
     ToolRun main = runTool({"--help"});
     EXPECT_EQ(main.status, 0);
+    EXPECT_EQ(main.out.rfind("usage: uvc-host COMMAND", 0), 0u) << main.out;
+    ToolRun version = runTool({"--version"});
+    EXPECT_EQ(version.status, 0);
+    EXPECT_EQ(version.out.rfind("uvc-host ", 0), 0u) << version.out;
     for (const char* cmd : {"stream", "control", "frames", "scenario"}) {
         EXPECT_NE(main.out.find(cmd), std::string::npos);
-        ToolRun r = runTool({cmd, "--help"});
+        ToolRun r = runTool({cmd, "-h"});
         EXPECT_EQ(r.status, 0) << cmd;
-        EXPECT_NE(r.out.find(std::string("usage: uvc-host ") + cmd), std::string::npos) << cmd;
+        EXPECT_EQ(r.out.rfind(std::string("usage: uvc-host ") + cmd, 0), 0u) << cmd;
     }
     // Every option the parser takes is described.
     ToolRun stream = runTool({"stream", "--help"});
