@@ -7,9 +7,9 @@
 
 #include <cstdlib>
 
+#include "TempDir.h"
 #include "media/FileUtil.h"
 #include "media/OutputNaming.h"
-#include "TempDir.h"
 
 namespace {
 
@@ -27,22 +27,32 @@ protected:
 #endif
     }
 
-    ToolRun run(const std::vector<std::string>& args) {
-        ToolRun r;
+    // The one place that says how uvc-host is started: a shell command line.
+    static std::string hostCommand(const std::vector<std::string>& args) {
+        std::string cmd;
 #ifdef UVC_HOST_PATH
-        std::string cmd = uvc_host::shellQuote(UVC_HOST_PATH);
+        cmd = uvc_host::shellQuote(UVC_HOST_PATH);
+#endif
         for (const std::string& a : args) {
             cmd += " " + uvc_host::shellQuote(a);
         }
-        cmd += " >" + dir_.file("stdout") + " 2>" + dir_.file("stderr");
+        return cmd;
+    }
+
+    // Runs uvc-host to its end; with `meanwhile`, runs it in the background
+    // and that shell text ($! is the tool) until it returns.
+    ToolRun run(const std::vector<std::string>& args, const std::string& meanwhile = "") {
+        std::string cmd =
+            hostCommand(args) + " >" + dir_.file("stdout") + " 2>" + dir_.file("stderr");
+        if (!meanwhile.empty()) {
+            cmd += " & " + meanwhile;
+        }
         int rc = std::system(cmd.c_str());
+        ToolRun r;
         r.status = WIFEXITED(rc) ? WEXITSTATUS(rc) : -1;
         std::vector<uint8_t> out = dir_.read("stdout"), err = dir_.read("stderr");
         r.out.assign(out.begin(), out.end());
         r.err.assign(err.begin(), err.end());
-#else
-        (void)args;
-#endif
         return r;
     }
 
@@ -224,4 +234,18 @@ TEST_F(HostToolTest, BadInputNeverCrashes) {
     ToolRun unwritable = run({"stream", "--output", "/proc/forbidden/v.yuv", "--frames", "1"});
     EXPECT_EQ(unwritable.status, 1);
     EXPECT_EQ(std::count(unwritable.err.begin(), unwritable.err.end(), '\n'), 1) << unwritable.err;
+}
+
+TEST_F(HostToolTest, FramesPipeThroughStandardOutputAndSigtermEndsWithTheSummary) {
+    ToolRun piped = run(
+        {"stream", "--size", "16x8", "--frames", "5", "--output", "-", "--fps-tolerance", "50"});
+    ASSERT_EQ(piped.status, 0) << piped.err;
+    EXPECT_EQ(piped.out.size(), 5u * 16 * 8 * 2);
+    EXPECT_NE(piped.err.find("result: ok"), std::string::npos) << piped.err;
+
+    ToolRun stopped = run({"stream", "--size", "16x8", "--duration", "60", "--no-progress"},
+                          "sleep 1; kill -TERM $!; wait $!");
+    EXPECT_EQ(stopped.status, 143) << stopped.err;
+    EXPECT_NE(stopped.out.find("(interrupted)"), std::string::npos) << stopped.out;
+    EXPECT_NE(stopped.out.find("stream 0:0: ok"), std::string::npos) << stopped.out;
 }

@@ -5,12 +5,12 @@
 
 #include <cstdlib>
 
+#include "TempDir.h"
 #include "media/AnnexBSplitter.h"
 #include "media/DigitPainter.h"
 #include "media/FrameFileLayout.h"
 #include "media/FrameSetMaker.h"
 #include "media/JpegEncoder.h"
-#include "TempDir.h"
 #include "media/TestImage.h"
 
 using namespace uvc_host;

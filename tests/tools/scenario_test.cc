@@ -1,9 +1,9 @@
 #include <gtest/gtest.h>
 
 #include "FakeLink.h"
+#include "TempDir.h"
 #include "session/Scenario.h"
 #include "session/ScenarioRunner.h"
-#include "TempDir.h"
 
 using namespace uvc_host;
 using uvc_host_test::contents;

@@ -1,9 +1,12 @@
 #include <gtest/gtest.h>
 #include <json-c/json.h>
 
+#include <csignal>
+
 #include "FakeLink.h"
 #include "TempDir.h"
 #include "cli/CommandLine.h"
+#include "cli/Interrupt.h"
 #include "session/StreamSession.h"
 
 using namespace uvc_host;
@@ -125,4 +128,27 @@ TEST(StreamSessionTest, FailsOnShortEmptyOrMistimedStreams) {
     Outcome lax = runStream(
         {"--frames", "10", "--fps", "60", "--no-progress", "--fps-tolerance", "60"}, &slow);
     EXPECT_EQ(lax.status, 0) << lax.out;
+}
+
+TEST(StreamSessionTest, StandardOutputCarriesOnlyFramesAndSignalsEndWithTheSummary) {
+    uvc_host_test::FakeState state;
+    state.framesPerHotplug = 4;
+    Outcome r = runStream({"--frames", "4", "--size", "8x4", "--output", "-"}, &state);
+    EXPECT_EQ(r.status, 0) << r.err;
+    EXPECT_EQ(r.out, std::string(4 * 8 * 4 * 2, char(0x80)));
+    EXPECT_NE(r.err.find("output standard output: 4 frames written"), std::string::npos) << r.err;
+    EXPECT_EQ(r.err.find("play:"), std::string::npos) << r.err;
+
+    // A signal ends the run at once; the summary still comes, and the exit
+    // status tells which signal it was.
+    for (int signal : {SIGINT, SIGTERM}) {
+        simulateInterrupt(signal);
+        uvc_host_test::FakeState few;
+        few.framesPerHotplug = 2;
+        Outcome s = runStream({"--frames", "100", "--no-progress"}, &few);
+        simulateInterrupt(0);
+        EXPECT_EQ(s.status, 128 + signal);
+        EXPECT_NE(s.out.find("(interrupted)"), std::string::npos) << s.out;
+        EXPECT_NE(s.out.find("frames 2 (empty 0)"), std::string::npos) << s.out;
+    }
 }

@@ -2,9 +2,9 @@
 
 #include <algorithm>
 
+#include "TempDir.h"
 #include "report/FrameStats.h"
 #include "report/ProgressReporter.h"
-#include "TempDir.h"
 
 using uvc_host::FrameStats;
 using uvc_host::StatsSummary;

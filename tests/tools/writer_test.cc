@@ -1,8 +1,8 @@
 #include <gtest/gtest.h>
 
+#include "TempDir.h"
 #include "media/FrameWriter.h"
 #include "media/OutputNaming.h"
-#include "TempDir.h"
 
 using namespace uvc_host;
 

@@ -1,10 +1,12 @@
 // uvc-host: runs the stream client library with a stand-in USB host in front
 // of it; see "uvc-host --help".
+#include <unistd.h>
+
 #include <memory>
 
-#include "link/ConsoleRedirect.h"
 #include "cli/HostMain.h"
 #include "cli/Interrupt.h"
+#include "link/ConsoleRedirect.h"
 #include "link/LibraryLink.h"
 
 int main(int argc, char** argv) {
@@ -19,7 +21,7 @@ int main(int argc, char** argv) {
         uvc_host::HostIo io;
         io.out = console->out();
         io.err = stderr;
-        io.outIsTerminal = console->outIsTerminal();
+        io.errIsTerminal = isatty(STDERR_FILENO) != 0;
         return io;
     };
     uvc_host::installInterruptHandler();

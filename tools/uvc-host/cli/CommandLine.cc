@@ -99,7 +99,8 @@ of it (through the compositor-bridge stand-in) and reports what arrives.
 
 const char kMainFooter[] =
     R"("uvc-host COMMAND --help" describes each command.
-exit status: 0 success, 1 failure (run or expectation), 2 usage error.
+exit status: 0 success, 1 failure (run or expectation), 2 usage error,
+130 ended by SIGINT (Ctrl-C), 143 ended by SIGTERM (both after the summary).
 )";
 
 const char kStreamIntro[] =
@@ -110,7 +111,8 @@ connection recoveries.
 )";
 
 const char kStreamFooter[] =
-    R"(Ctrl-C ends the run early and still prints the summary.
+    R"(Ctrl-C (SIGINT) or SIGTERM ends the run early and still prints the summary;
+the exit status is then 130 or 143.
 The run passes (exit 0) when every stream received frames (with --frames:
 at least N in time), none of them empty, at an achieved rate within the
 tolerance of --fps (checked from 3 frames on), and all output was written.
@@ -245,7 +247,9 @@ CommandLine parseCommandLine(const std::vector<std::string>& args) {
     textOption(stream, "--output", &st.output, "PATH",
                "write the frames: raw video (YUYV, YU12, NV12),\n"
                "concatenated JPEG (MJPG) or Annex-B H.264; with several\n"
-               "streams the key goes into the name (out-0_1.yuv)");
+               "streams the key goes into the name (out-0_1.yuv);\n"
+               "\"-\" writes to stdout (one stream; the summary then\n"
+               "goes to stderr, like the progress)");
     stream
         ->add_option("--save-frame", st.saveFrames,
                      "save frame N (counted from 0) as a JPEG image;\n"
@@ -254,7 +258,7 @@ CommandLine parseCommandLine(const std::vector<std::string>& args) {
     textOption(stream, "--fps-tolerance", &st.tolerance, "PCT",
                "allowed deviation of the achieved rate (default 10)");
     flag(stream, "--json", &so.json, "print the summary as one JSON object, no progress");
-    flag(stream, "--no-progress", &noProgress, "no progress lines");
+    flag(stream, "--no-progress", &noProgress, "no progress lines (they go to stderr)");
     flag(stream, "--verbose", &so.verbose, "pass the library's console output to stderr");
 
     ControlOptions& co = result.control;

@@ -10,6 +10,7 @@ constexpr uint32_t kMaxFps = 240;
 constexpr double kMaxSeconds = 24 * 3600;
 constexpr uint64_t kMaxFrames = 100000000;
 constexpr uint64_t kMaxFrameSetCount = 100000;
+const std::string kUvcStreams = "0:0 to 0:3 or 1:0 to 1:3";
 
 bool checkFormat(const std::string& text, const VideoFormat** out, std::string* error) {
     *out = findFormat(text);
@@ -45,8 +46,8 @@ bool checkStreams(const std::vector<std::string>& texts, StreamOptions* out, std
             continue;
         }
         StreamKey key;
-        if (!StreamKey::parse(text, &key)) {
-            *error = "bad stream '" + text + "' (use ID:IDX with numbers 0 to 255, or all)";
+        if (!StreamKey::parse(text, &key) || !key.isUvcStream()) {
+            *error = "bad stream '" + text + "' (use " + kUvcStreams + ", or all)";
             return false;
         }
         for (const StreamKey& k : out->streams) {
@@ -117,6 +118,9 @@ std::string crossCheck(const StreamTexts& in, StreamOptions* out) {
     if (out->jpeg && out->format->kind != FormatKind::Jpeg) {
         return "--jpeg applies to --format MJPG only";
     }
+    if (out->output == "-" && out->streams.size() > 1) {
+        return "--output - takes one stream";
+    }
     if (!out->saveFrames.empty() && out->format->kind == FormatKind::H264) {
         return "--save-frame cannot decode H.264 frames; use --output and ffmpeg";
     }
@@ -155,8 +159,9 @@ std::string checkControlOptions(const ControlTexts& in, ControlOptions* out) {
     if (!checkNotEmpty(in.file, "--file", &out->file, &e)) {
         return e;
     }
-    if (in.stream.given && !StreamKey::parse(in.stream.value, &out->stream)) {
-        return "bad stream '" + in.stream.value + "' (use ID:IDX with numbers 0 to 255)";
+    if (in.stream.given &&
+        (!StreamKey::parse(in.stream.value, &out->stream) || !out->stream.isUvcStream())) {
+        return "bad stream '" + in.stream.value + "' (use " + kUvcStreams + ")";
     }
     if (in.wait.given && !parseSeconds(in.wait.value, 3600, &out->waitSec)) {
         return "bad wait '" + in.wait.value + "' (use seconds)";

@@ -9,10 +9,11 @@ namespace uvc_host {
 struct HostIo {
     FILE* out = stdout;
     FILE* err = stderr;
-    bool outIsTerminal = false;
+    bool errIsTerminal = false;
 };
 
 // Exit statuses of every command.
+// A run ended by SIGINT or SIGTERM exits with interruptExitStatus().
 enum ExitStatus { kExitOk = 0, kExitFailed = 1, kExitUsage = 2 };
 
 }  // namespace uvc_host

@@ -6,21 +6,30 @@ namespace uvc_host {
 
 namespace {
 
-volatile std::sig_atomic_t gInterrupted = 0;
+volatile std::sig_atomic_t gSignal = 0;
 
-void onInterrupt(int) {
-    gInterrupted = 1;
-    std::signal(SIGINT, SIG_DFL);
+void onSignal(int signal) {
+    gSignal = signal;
+    std::signal(signal, SIG_DFL);
 }
 
 }  // namespace
 
 void installInterruptHandler() {
-    std::signal(SIGINT, onInterrupt);
+    std::signal(SIGINT, onSignal);
+    std::signal(SIGTERM, onSignal);
 }
 
 bool interruptRequested() {
-    return gInterrupted != 0;
+    return gSignal != 0;
+}
+
+int interruptExitStatus() {
+    return gSignal != 0 ? 128 + int(gSignal) : 0;
+}
+
+void simulateInterrupt(int signal) {
+    gSignal = signal;
 }
 
 }  // namespace uvc_host

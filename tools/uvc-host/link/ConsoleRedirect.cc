@@ -7,7 +7,6 @@ namespace uvc_host {
 
 ConsoleRedirect::ConsoleRedirect(bool verbose) {
     std::fflush(stdout);
-    terminal_ = isatty(STDOUT_FILENO) != 0;
     saved_ = dup(STDOUT_FILENO);
     int target = verbose ? dup(STDERR_FILENO) : open("/dev/null", O_WRONLY | O_CLOEXEC);
     int ours = saved_ >= 0 ? dup(saved_) : -1;

@@ -16,12 +16,10 @@ public:
     ConsoleRedirect& operator=(const ConsoleRedirect&) = delete;
 
     FILE* out() const { return out_ ? out_ : stdout; }
-    bool outIsTerminal() const { return terminal_; }
 
 private:
     int saved_ = -1;
     FILE* out_ = nullptr;
-    bool terminal_ = false;
 };
 
 }  // namespace uvc_host

@@ -12,6 +12,8 @@ struct StreamKey {
     uint8_t idx = 0;
 
     std::string text() const;
+    // One of the eight streams the client serves (see all()).
+    bool isUvcStream() const { return id < 2 && idx < 4; }
     bool operator==(const StreamKey& o) const { return id == o.id && idx == o.idx; }
     bool operator<(const StreamKey& o) const { return id != o.id ? id < o.id : idx < o.idx; }
 

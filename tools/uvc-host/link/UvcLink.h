@@ -7,8 +7,8 @@
 #include <string>
 #include <vector>
 
-#include "media/FrameSize.h"
 #include "link/StreamKey.h"
+#include "media/FrameSize.h"
 
 namespace uvc_host {
 

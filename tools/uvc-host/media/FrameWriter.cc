@@ -15,20 +15,26 @@ bool hasStartCode(const uint8_t* d, size_t n) {
 }  // namespace
 
 void FrameWriter::FileCloser::operator()(FILE* f) const {
-    std::fclose(f);
+    if (owned) {
+        std::fclose(f);
+    }
 }
 
 FrameWriter::FrameWriter() = default;
 FrameWriter::~FrameWriter() = default;
 
 bool FrameWriter::open(const std::string& path, const VideoFormat& format, FrameSize size,
-                       std::string* error) {
-    file_.reset(std::fopen(path.c_str(), "wb"));
+                       std::string* error, FILE* standardOutput) {
+    if (path == "-") {
+        file_ = std::unique_ptr<FILE, FileCloser>(standardOutput, FileCloser{false});
+    } else {
+        file_.reset(std::fopen(path.c_str(), "wb"));
+    }
     if (!file_) {
         *error = "cannot write " + path + ": " + std::strerror(errno);
         return false;
     }
-    path_ = path;
+    path_ = path == "-" ? "standard output" : path;
     format_ = &format;
     rawFrameBytes_ = format.rawFrameBytes(size.width, size.height);
     return true;
@@ -80,10 +86,11 @@ bool FrameWriter::write(const uint8_t* data, size_t length) {
 
 bool FrameWriter::close(std::string* error) {
     if (file_) {
+        bool owned = file_.get_deleter().owned;
         FILE* f = file_.release();
         bool flushed = std::fflush(f) == 0;
         int err = errno;
-        if (std::fclose(f) != 0 || !flushed) {
+        if ((owned && std::fclose(f) != 0) || !flushed) {
             error_ = "cannot write " + path_ + ": " + std::strerror(flushed ? errno : err);
         }
     }

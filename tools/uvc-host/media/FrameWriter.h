@@ -22,9 +22,10 @@ public:
     FrameWriter(const FrameWriter&) = delete;
     FrameWriter& operator=(const FrameWriter&) = delete;
 
-    // Creates or truncates the file.
+    // Creates or truncates the file; "-" writes to `standardOutput`, which
+    // stays open.
     bool open(const std::string& path, const VideoFormat& format, FrameSize size,
-              std::string* error);
+              std::string* error, FILE* standardOutput = stdout);
     // False once writing failed; the first failure is kept in error().
     bool write(const uint8_t* data, size_t length);
     // Flushes and closes; false when anything could not be written.
@@ -38,8 +39,12 @@ public:
 private:
     bool put(const uint8_t* data, size_t length);
 
+    // Closes files it opened; standard output is only flushed.
     struct FileCloser {
+        FileCloser() : owned(true) {}
+        explicit FileCloser(bool ownsFile) : owned(ownsFile) {}
         void operator()(FILE* f) const;
+        bool owned;
     };
     std::unique_ptr<FILE, FileCloser> file_;
     std::string path_;

@@ -2,8 +2,8 @@
 
 #include <string>
 
-#include "media/FrameSize.h"
 #include "link/StreamKey.h"
+#include "media/FrameSize.h"
 #include "media/VideoFormat.h"
 
 namespace uvc_host {

@@ -5,8 +5,8 @@
 #include <vector>
 
 #include "cli/CommandOptions.h"
-#include "report/FrameStats.h"
 #include "link/StreamKey.h"
+#include "report/FrameStats.h"
 
 namespace uvc_host {
 

@@ -45,8 +45,10 @@ void writeTextSummary(FILE* out, const RunReport& report) {
         if (!s.output.empty()) {
             std::fprintf(out, "  output %s: %llu frames written, %llu skipped\n", s.output.c_str(),
                          (unsigned long long)s.framesWritten, (unsigned long long)s.framesSkipped);
-            std::fprintf(out, "  play: %s\n",
-                         playCommand(*o.format, o.size, o.fps, s.output).c_str());
+            if (o.output != "-") {
+                std::fprintf(out, "  play: %s\n",
+                             playCommand(*o.format, o.size, o.fps, s.output).c_str());
+            }
         }
         for (const SavedFrame& f : s.saved) {
             if (f.error.empty()) {

@@ -2,6 +2,7 @@
 
 #include <chrono>
 
+#include "cli/Interrupt.h"
 #include "media/FileUtil.h"
 #include "session/JsonText.h"
 
@@ -66,7 +67,7 @@ int ControlSession::run() {
     auto timeout = std::chrono::milliseconds(int64_t(options_.waitSec * 1000));
     int status = kExitOk;
     size_t seen = link->replies().size();
-    for (size_t i = 0; i < options_.messages.size(); ++i) {
+    for (size_t i = 0; i < options_.messages.size() && !interruptRequested(); ++i) {
         if (options_.verbose) {
             std::fprintf(io_.err, "> %s\n", options_.messages[i].c_str());
         }
@@ -85,7 +86,7 @@ int ControlSession::run() {
         std::fflush(io_.out);
     }
     link->stop();
-    return status;
+    return interruptRequested() ? interruptExitStatus() : status;
 }
 
 }  // namespace uvc_host

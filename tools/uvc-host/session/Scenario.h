@@ -5,8 +5,8 @@
 #include <string>
 #include <vector>
 
-#include "media/FrameSize.h"
 #include "link/StreamKey.h"
+#include "media/FrameSize.h"
 #include "media/VideoFormat.h"
 
 namespace uvc_host {

@@ -1,8 +1,10 @@
 #include "session/ScenarioRunner.h"
 
+#include <algorithm>
 #include <chrono>
 #include <thread>
 
+#include "cli/Interrupt.h"
 #include "media/FileUtil.h"
 
 namespace uvc_host {
@@ -12,6 +14,13 @@ namespace {
 using Clock = std::chrono::steady_clock;
 constexpr auto kDeliveryTimeout = std::chrono::seconds(5);
 constexpr auto kPollPeriod = std::chrono::milliseconds(10);
+
+// Sleeps until `until`, in short steps so that a signal ends the wait.
+void sleepUntil(Clock::time_point until) {
+    while (!interruptRequested() && Clock::now() < until) {
+        std::this_thread::sleep_until(std::min(until, Clock::now() + kPollPeriod));
+    }
+}
 
 std::string range(const ScenarioEvent& e) {
     std::string text = "at least " + std::to_string(e.min);
@@ -78,7 +87,7 @@ bool ScenarioRunner::expect(UvcLink& link, const ScenarioEvent& e, std::string* 
     for (;;) {
         bool reached = false;
         bool ok = evaluate(link, e, &reached, detail);
-        if (reached || Clock::now() >= deadline) {
+        if (reached || Clock::now() >= deadline || interruptRequested()) {
             return ok;
         }
         std::this_thread::sleep_for(kPollPeriod);
@@ -112,7 +121,7 @@ bool ScenarioRunner::perform(UvcLink& link, const ScenarioEvent& e) {
             }
             return true;
         case ScenarioEvent::Kind::Wait:
-            std::this_thread::sleep_for(std::chrono::milliseconds(e.waitMs));
+            sleepUntil(Clock::now() + std::chrono::milliseconds(e.waitMs));
             return true;
         case ScenarioEvent::Kind::FailSends:
             link.failSends(e.failCount);
@@ -164,15 +173,22 @@ int ScenarioRunner::run() {
     int expectations = 0;
     for (const ScenarioEvent& e : events) {
         if (e.atMs >= 0) {
-            std::this_thread::sleep_until(start + std::chrono::milliseconds(e.atMs));
+            sleepUntil(start + std::chrono::milliseconds(e.atMs));
+        }
+        if (interruptRequested()) {
+            break;
         }
         expectations += e.kind == ScenarioEvent::Kind::Expect ? 1 : 0;
         failures += perform(*link, e) ? 0 : 1;
     }
     link->stop();
-    std::fprintf(io_.out, "scenario %s: %d events, %d expectations, %d failed\n",
-                 options_.file.c_str(), int(events.size()), expectations, failures);
+    std::fprintf(io_.out, "scenario %s: %d events, %d expectations, %d failed%s\n",
+                 options_.file.c_str(), int(events.size()), expectations, failures,
+                 interruptRequested() ? " (interrupted)" : "");
     std::fflush(io_.out);
+    if (interruptRequested()) {
+        return interruptExitStatus();
+    }
     return failures == 0 ? kExitOk : kExitFailed;
 }
 

@@ -6,8 +6,8 @@
 
 #include "cli/CommandOptions.h"
 #include "cli/HostIo.h"
-#include "session/Scenario.h"
 #include "link/UvcLink.h"
+#include "session/Scenario.h"
 
 namespace uvc_host {
 

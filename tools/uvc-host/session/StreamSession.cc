@@ -9,9 +9,9 @@
 #include <cstring>
 #include <thread>
 
+#include "cli/Interrupt.h"
 #include "media/FileUtil.h"
 #include "media/FrameFileLayout.h"
-#include "cli/Interrupt.h"
 #include "media/JpegEncoder.h"
 #include "media/OutputNaming.h"
 #include "report/ProgressReporter.h"
@@ -87,12 +87,18 @@ bool StreamSession::openOutputs() {
     if (options_.output.empty()) {
         return true;
     }
+    if (options_.output == "-" && isatty(fileno(io_.out))) {
+        std::fprintf(io_.err,
+                     "uvc-host: standard output is a terminal; pipe --output - into a player "
+                     "or a file\n");
+        return false;
+    }
     for (auto& s : streams_) {
         std::string path =
             streams_.size() > 1 ? perStreamPath(options_.output, s->key) : options_.output;
         s->writer = std::make_unique<FrameWriter>();
         std::string error;
-        if (!s->writer->open(path, *options_.format, options_.size, &error)) {
+        if (!s->writer->open(path, *options_.format, options_.size, &error, io_.out)) {
             std::fprintf(io_.err, "uvc-host: %s\n", error.c_str());
             return false;
         }
@@ -193,7 +199,7 @@ int StreamSession::run() {
                                                   : double(options_.frames) / options_.fps + 5)
                        : options_.durationSec;
     bool showProgress = options_.progress && !options_.json;
-    ProgressReporter progress(io_.out, io_.outIsTerminal);
+    ProgressReporter progress(io_.err, io_.errIsTerminal);
     double elapsed = 0;
     while ((elapsed = secondsSince(start)) < limit) {
         std::this_thread::sleep_for(kPollPeriod);
@@ -222,12 +228,18 @@ int StreamSession::run() {
     link->stop();
     RunReport report = collect(elapsed, recoveries);
     report.interrupted = interruptRequested();
+    // With the frames on standard output the summary goes next to the
+    // progress, on stderr.
+    FILE* summary = options_.output == "-" ? io_.err : io_.out;
     if (options_.json) {
-        std::fprintf(io_.out, "%s\n", summaryJson(report).c_str());
+        std::fprintf(summary, "%s\n", summaryJson(report).c_str());
     } else {
-        writeTextSummary(io_.out, report);
+        writeTextSummary(summary, report);
     }
-    std::fflush(io_.out);
+    std::fflush(summary);
+    if (report.interrupted) {
+        return interruptExitStatus();
+    }
     return report.passed() ? kExitOk : kExitFailed;
 }
 

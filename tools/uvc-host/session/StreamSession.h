@@ -5,11 +5,11 @@
 #include <vector>
 
 #include "cli/CommandOptions.h"
-#include "report/FrameStats.h"
-#include "media/FrameWriter.h"
 #include "cli/HostIo.h"
-#include "report/RunReport.h"
 #include "link/UvcLink.h"
+#include "media/FrameWriter.h"
+#include "report/FrameStats.h"
+#include "report/RunReport.h"
 
 namespace uvc_host {
 
