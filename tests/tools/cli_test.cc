@@ -1,4 +1,5 @@
 #include <gtest/gtest.h>
+#include <json-c/json.h>
 
 #include "FakeLink.h"
 #include "TempDir.h"
@@ -238,7 +239,7 @@ TEST(HostMainTest, ControlPrintsEveryReplyInOrder) {
     uvc_host_test::TempDir dir;
     dir.write("msgs.txt",
               "# brightness then hue\n{\"content\":{\"brightness\":\"get\"}}\n\n"
-              "{\"content\":{\"hue\":\"set\"}}\n{\"content\":{\"hue\":\"get\"}}\n");
+              "{\"content\":{\"hue\":\"40\"}}\n{\"content\":{\"hue\":\"get\"}}\n");
     uvc_host_test::FakeState state;
     ToolRun r = runTool({"control", "{\"content\":{\"gain\":\"get\"}}", "--file",
                          dir.file("msgs.txt"), "--stream", "0:1"},
@@ -246,13 +247,60 @@ TEST(HostMainTest, ControlPrintsEveryReplyInOrder) {
     EXPECT_EQ(r.status, 0) << r.err;
     ASSERT_EQ(state.sent.size(), 4u);
     EXPECT_EQ(r.out,
-              "{\"response\":{\"content\":{\"gain\":\"get\"}}}\n"
-              "{\"response\":{\"content\":{\"brightness\":\"get\"}}}\n"
-              "{\"response\":{\"content\":{\"hue\":\"get\"}}}\n");
+              "{\"source\":\"app\",\"response\":{\"gain\":\"-255\"}}\n"
+              "{\"source\":\"app\",\"response\":{\"brightness\":\"-255\"}}\n"
+              "{\"source\":\"app\",\"response\":{\"hue\":\"40\"}}\n");
     EXPECT_TRUE(state.stopped);
 
     dir.write("bad.txt", "{\"a\":1}\nnot json\n");
     r = runTool({"control", "--file", dir.file("bad.txt")}, &state);
     EXPECT_EQ(r.status, 2);
     EXPECT_NE(r.err.find("bad.txt:2"), std::string::npos) << r.err;
+}
+
+TEST(HostMainTest, ControlByNameChecksTheLibrarysTableFirst) {
+    uvc_host_test::FakeState state;
+    ToolRun r =
+        runTool({"control", "get", "brighness", "white_balance", "--stream", "1:0"}, &state);
+    EXPECT_EQ(r.status, 1);
+    EXPECT_NE(r.err.find("no setting named 'brighness' (did you mean brightness?)"),
+              std::string::npos)
+        << r.err;
+    EXPECT_NE(r.err.find("whiteBalanceTemp or whiteBalanceTempAuto"), std::string::npos) << r.err;
+    EXPECT_FALSE(state.started);
+
+    r = runTool({"control", "set", "brightness=40", "hue=300"}, &state);
+    EXPECT_EQ(r.status, 0) << r.err;
+    EXPECT_EQ(r.out, "brightness: 40\nhue: 300\n");
+    EXPECT_NE(r.err.find("300 is outside the range of hue (0 to 270)"), std::string::npos) << r.err;
+
+    r = runTool({"control", "list", "--json"}, &state);
+    ASSERT_EQ(r.status, 0) << r.err;
+    json_object* root = json_tokener_parse(r.out.c_str());
+    json_object* rows = nullptr;
+    ASSERT_TRUE(json_object_object_get_ex(root, "settings", &rows)) << r.out;
+    ASSERT_EQ(json_object_array_length(rows), 4u);
+    auto field = [&](size_t row, const char* key) {
+        json_object* v = nullptr;
+        json_object_object_get_ex(json_object_array_get_idx(rows, row), key, &v);
+        return json_object_get_int(v);
+    };
+    EXPECT_EQ(field(0, "default"), 128);
+    EXPECT_EQ(field(0, "current"), 40);
+    EXPECT_EQ(field(2, "current"), -255);
+    EXPECT_EQ(field(2, "step"), 100);
+    json_object_put(root);
+
+    EXPECT_EQ(runTool({"control", "get", "hue", "--json"}, &state).out, "{\"hue\":300}\n");
+    r = runTool({"control", "{\"a\":1 \"b\":2}"}, &state);
+    EXPECT_EQ(r.status, 2);
+    EXPECT_NE(r.err.find("at column 8"), std::string::npos) << r.err;
+    for (std::vector<std::string> bad :
+         std::vector<std::vector<std::string>>{{"control", "get"},
+                                               {"control", "set", "hue"},
+                                               {"control", "set", "hue=1.5"},
+                                               {"control", "{}", "list"},
+                                               {"control", "list", "extra"}}) {
+        EXPECT_EQ(runTool(bad, &state).status, 2) << bad.back();
+    }
 }

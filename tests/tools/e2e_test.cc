@@ -198,6 +198,22 @@ TEST_F(HostToolTest, ControlRoundTripPrintsTheReply) {
     EXPECT_NE(r.out.substr(first).find("40"), std::string::npos) << r.out;
 }
 
+TEST_F(HostToolTest, SettingsByNameComeFromTheLibrarysTable) {
+    ToolRun set = run({"control", "set", "brightness=40", "--json"});
+    ASSERT_EQ(set.status, 0) << set.err;
+    EXPECT_EQ(set.out, "{\"brightness\":40}\n");
+    ToolRun list = run({"control", "list"});
+    ASSERT_EQ(list.status, 0) << list.err;
+    EXPECT_EQ(std::count(list.out.begin(), list.out.end(), '\n'), 31) << list.out;
+    EXPECT_NE(
+        list.out.find("whiteBalanceTemp                           2000     7500    100     4500"),
+        std::string::npos)
+        << list.out;
+    ToolRun unknown = run({"control", "get", "Brightness"});
+    EXPECT_EQ(unknown.status, 1);
+    EXPECT_NE(unknown.err.find("did you mean brightness?"), std::string::npos) << unknown.err;
+}
+
 TEST_F(HostToolTest, ScenarioReportsTheFailingLine) {
     dir_.write("s.txt",
                "# one stream, a reply, and one expectation that cannot hold\n"

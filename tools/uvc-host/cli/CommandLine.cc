@@ -29,6 +29,10 @@ public:
 
     std::string make_help(const CLI::App* app, std::string, CLI::AppFormatMode) const override {
         auto found = pages_.find(app);
+        if (found == pages_.end() && app->get_parent()) {
+            // Actions without options of their own are described by their command.
+            return make_help(app->get_parent(), "", CLI::AppFormatMode::Normal);
+        }
         HelpPage page = found != pages_.end() ? found->second : HelpPage{};
         std::string out = page.usage + "\n";
         if (!page.intro.empty()) {
@@ -120,12 +124,18 @@ tolerance of --fps (checked from 3 frames on), and all output was written.
 
 const char kControlIntro[] =
     R"(Sends camera-control messages to the library, one after the other, and
-prints every reply it sends back, one JSON text per line on stdout.
+prints every reply it sends back, one JSON text per line on stdout. get, set
+and list do the same by setting name: names are checked against the
+library's table first (an unknown name fails with exit status 1 and the
+names close to it), values are whole numbers, printed as "NAME: VALUE".
 )";
 
 const char kControlFooter[] =
-    R"(example:
+    R"(examples:
   uvc-host control '{"msg_type":"uvc_report","content":{"brightness":"get"}}'
+  uvc-host control set brightness=40 hue=100
+  uvc-host control get brightness --json
+  uvc-host control list
 )";
 
 const char kFramesIntro[] =
@@ -266,15 +276,34 @@ CommandLine parseCommandLine(const std::vector<std::string>& args) {
     CLI::App* control =
         app.add_subcommand("control", "send camera-control messages and print the replies");
     control->allow_extras();
-    formatter->add(control,
-                   {"usage: uvc-host control [OPTIONS] 'JSON' ...", kControlIntro, kControlFooter});
+    formatter->add(control, {"usage: uvc-host control [OPTIONS] 'JSON' ...\n"
+                             "       uvc-host control get NAME ... [OPTIONS]\n"
+                             "       uvc-host control set NAME=VALUE ... [OPTIONS]\n"
+                             "       uvc-host control list [OPTIONS]",
+                             kControlIntro, kControlFooter});
     control->add_option("messages", co.messages);
+    CLI::App* get = control->add_subcommand("get", "print the current value of each NAME");
+    get->add_option("names", co.names);
+    CLI::App* set =
+        control->add_subcommand("set", "write each NAME=VALUE, then print what reads back");
+    set->add_option("names", co.names);
+    CLI::App* list = control->add_subcommand(
+        "list", "every setting of the library's table: range, step, default, current value");
+    for (CLI::App* sub : {get, set, list}) {
+        // Options of control may follow the setting names.
+        sub->fallthrough();
+        sub->allow_extras();
+    }
     textOption(control, "--file", &ct.file, "FILE",
                "also send the messages of FILE, one JSON object per\n"
                "line (blank lines and lines starting with # skipped)");
     textOption(control, "--stream", &ct.stream, "ID:IDX",
                "stream numbers passed with the messages (default 0:0)");
     textOption(control, "--wait", &ct.wait, "SEC", "how long each message may take (default 1)");
+    flag(control, "--json", &co.json,
+         "print one JSON object: {\"replies\":[...]} for messages,\n"
+         "{\"NAME\":VALUE,...} for get and set, {\"settings\":[...]}\n"
+         "for list");
     flag(control, "--verbose", &co.verbose,
          "echo each message to stderr, pass the library's\nconsole output to stderr");
 
@@ -310,6 +339,9 @@ CommandLine parseCommandLine(const std::vector<std::string>& args) {
     textOption(scenario, "--frames-dir", &scenarioFramesDir, "DIR",
                "root of the recorded frame files");
     flag(scenario, "--jpeg", &sc.jpeg, "MJPG from the test pattern instead of files");
+    flag(scenario, "--json", &sc.json,
+         "print one JSON object at the end (expectations and\n"
+         "their results) instead of a line for each");
     flag(scenario, "--verbose", &sc.verbose, "pass the library's console output to stderr");
 
     if (!args.empty() && args[0] == "help") {
@@ -348,6 +380,10 @@ CommandLine parseCommandLine(const std::vector<std::string>& args) {
         result.command = CommandLine::Command::Stream;
     } else if (control->parsed()) {
         command = "control";
+        co.action = get->parsed()    ? ControlOptions::Action::Get
+                    : set->parsed()  ? ControlOptions::Action::Set
+                    : list->parsed() ? ControlOptions::Action::List
+                                     : ControlOptions::Action::Messages;
         error = error.empty() ? checkControlOptions(ct, &co) : error;
         result.command = CommandLine::Command::Control;
     } else if (frames->parsed()) {

@@ -12,6 +12,13 @@ constexpr uint64_t kMaxFrames = 100000000;
 constexpr uint64_t kMaxFrameSetCount = 100000;
 const std::string kUvcStreams = "0:0 to 0:3 or 1:0 to 1:3";
 
+bool isWholeNumber(const std::string& text) {
+    uint64_t unused = 0;
+    bool negative = !text.empty() && text[0] == '-';
+    return parseUnsigned(negative ? text.substr(1) : text, 2147483648u - (negative ? 0 : 1),
+                         &unused);
+}
+
 bool checkFormat(const std::string& text, const VideoFormat** out, std::string* error) {
     *out = findFormat(text);
     if (!*out) {
@@ -166,8 +173,26 @@ std::string checkControlOptions(const ControlTexts& in, ControlOptions* out) {
     if (in.wait.given && !parseSeconds(in.wait.value, 3600, &out->waitSec)) {
         return "bad wait '" + in.wait.value + "' (use seconds)";
     }
-    if (out->messages.empty() && out->file.empty()) {
-        return "no message given (pass JSON text or --file FILE)";
+    using Action = ControlOptions::Action;
+    if (out->action == Action::Messages) {
+        if (out->messages.empty() && out->file.empty()) {
+            return "no message given (pass JSON text or --file FILE, or use get, set or list)";
+        }
+        return "";
+    }
+    if (!out->messages.empty() || !out->file.empty()) {
+        return "JSON messages and --file cannot be combined with get, set or list";
+    }
+    if (out->action != Action::List && out->names.empty()) {
+        return out->action == Action::Get ? "get needs at least one setting NAME"
+                                          : "set needs at least one NAME=VALUE";
+    }
+    for (const std::string& a : out->names) {
+        size_t eq = a.find('=');
+        if (out->action == Action::Set &&
+            (eq == 0 || eq == std::string::npos || !isWholeNumber(a.substr(eq + 1)))) {
+            return "bad setting '" + a + "' (use NAME=VALUE with a whole number)";
+        }
     }
     return "";
 }

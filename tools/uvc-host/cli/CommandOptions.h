@@ -36,10 +36,15 @@ struct StreamOptions {
 };
 
 struct ControlOptions {
+    // Messages: JSON texts as given; Get, Set, List: settings by name.
+    enum class Action { Messages, Get, Set, List };
+    Action action = Action::Messages;
     std::vector<std::string> messages;  // from the arguments, then from --file
     std::string file;
+    std::vector<std::string> names;  // get: NAME, set: NAME=VALUE (VALUE a whole number)
     StreamKey stream;
-    double waitSec = 1;  // how long to wait for replies after the last message
+    double waitSec = 1;  // how long each message may take
+    bool json = false;
     bool verbose = false;
 };
 
@@ -56,6 +61,7 @@ struct ScenarioOptions {
     std::string file;
     std::string framesDir;
     bool jpeg = false;
+    bool json = false;
     bool verbose = false;
 };
 

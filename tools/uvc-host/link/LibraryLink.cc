@@ -3,6 +3,7 @@
 #include <cstdio>
 
 #include "android_testing.h"
+#include "camera/CamSettingCollection.h"
 #include "hidl_uvc_client.h"
 #include "trevo_host.h"
 
@@ -139,6 +140,16 @@ uint64_t LibraryLink::recoveries() const {
 
 void LibraryLink::failSends(int n) {
     host().failSends(n);
+}
+
+std::vector<SettingInfo> LibraryLink::settings() const {
+    // Names, ranges and defaults are fixed once the table is built; current
+    // values are read through messages, on the library's own thread.
+    std::vector<SettingInfo> rows;
+    for (const auto& [name, s] : uvc_client::CamSettingCollection::Instance().settingsByName) {
+        rows.push_back({name, s->min, s->max, s->res, s->def});
+    }
+    return rows;
 }
 
 }  // namespace uvc_host

@@ -30,6 +30,7 @@ public:
     std::vector<std::string> replies() const override;
     uint64_t recoveries() const override;
     void failSends(int n) override;
+    std::vector<SettingInfo> settings() const override;
 
 private:
     void housekeeping();

@@ -29,6 +29,16 @@ struct LinkConfig {
     bool streaming = true;
 };
 
+// One row of the library's table of camera settings. The library does not
+// hold writes to the range; a setting never written reads -255.
+struct SettingInfo {
+    std::string name;
+    int min = 0;
+    int max = 0;
+    int step = 0;
+    int defaultValue = 0;
+};
+
 // How the library is to be set up before it starts.
 struct LinkSettings {
     std::string framesRoot;       // empty: the library's default
@@ -65,6 +75,8 @@ public:
     virtual uint64_t recoveries() const = 0;
     // The next n frame hand-overs report a lost connection.
     virtual void failSends(int n) = 0;
+    // The library's settings table, in name order; usable before start().
+    virtual std::vector<SettingInfo> settings() const = 0;
 };
 
 using UvcLinkFactory = std::function<std::unique_ptr<UvcLink>(const LinkSettings&)>;

@@ -7,7 +7,8 @@
 namespace uvc_host {
 
 // `uvc-host control`: sends camera-control messages, one after the other,
-// and prints every reply the library sends back, one per line.
+// and prints every reply the library sends back, one per line; or, with
+// get, set or list, reads and writes settings by name (SettingCommands).
 class ControlSession {
 public:
     ControlSession(const ControlOptions& options, UvcLinkFactory factory, HostIo io);
@@ -18,6 +19,7 @@ public:
 
 private:
     int loadMessages();  // an exit status
+    int sendMessages(UvcLink& link);
 
     ControlOptions options_;
     UvcLinkFactory factory_;

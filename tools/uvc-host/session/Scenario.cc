@@ -11,11 +11,6 @@ namespace uvc_host {
 
 namespace {
 
-struct JsonDeleter {
-    void operator()(json_object* o) const { json_object_put(o); }
-};
-using JsonPtr = std::unique_ptr<json_object, JsonDeleter>;
-
 // Reads the members of one JSON object, rejecting members it was not asked
 // about, so that a misspelt key fails loudly instead of being ignored.
 class Members {

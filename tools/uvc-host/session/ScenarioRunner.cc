@@ -6,6 +6,7 @@
 
 #include "cli/Interrupt.h"
 #include "media/FileUtil.h"
+#include "session/JsonText.h"
 
 namespace uvc_host {
 
@@ -129,13 +130,20 @@ bool ScenarioRunner::perform(UvcLink& link, const ScenarioEvent& e) {
         case ScenarioEvent::Kind::Expect: {
             std::string detail;
             bool ok = expect(link, e, &detail);
-            if (ok) {
-                std::fprintf(io_.out, "line %d: ok: %s\n", e.line, detail.c_str());
+            if (options_.json) {
+                json_object* result = json_object_new_object();
+                json_object_object_add(result, "line", json_object_new_int(e.line));
+                json_object_object_add(result, "ok", json_object_new_boolean(ok));
+                json_object_object_add(result, "detail", json_object_new_string(detail.c_str()));
+                json_object_array_add(results_.get(), result);
             } else {
-                std::fprintf(io_.out, "line %d: FAILED: %s\n", e.line, detail.c_str());
+                std::fprintf(io_.out, "line %d: %s: %s\n", e.line, ok ? "ok" : "FAILED",
+                             detail.c_str());
+                std::fflush(io_.out);
+            }
+            if (!ok) {
                 std::fprintf(io_.err, "%sexpectation failed: %s\n", where.c_str(), detail.c_str());
             }
-            std::fflush(io_.out);
             return ok;
         }
     }
@@ -182,9 +190,24 @@ int ScenarioRunner::run() {
         failures += perform(*link, e) ? 0 : 1;
     }
     link->stop();
-    std::fprintf(io_.out, "scenario %s: %d events, %d expectations, %d failed%s\n",
-                 options_.file.c_str(), int(events.size()), expectations, failures,
-                 interruptRequested() ? " (interrupted)" : "");
+    if (options_.json) {
+        JsonPtr root(json_object_new_object());
+        json_object_object_add(root.get(), "file", json_object_new_string(options_.file.c_str()));
+        json_object_object_add(root.get(), "events", json_object_new_int(int(events.size())));
+        json_object_object_add(root.get(), "expectations", json_object_new_int(expectations));
+        json_object_object_add(root.get(), "failed", json_object_new_int(failures));
+        json_object_object_add(root.get(), "interrupted",
+                               json_object_new_boolean(interruptRequested()));
+        json_object_object_add(root.get(), "ok", json_object_new_boolean(failures == 0));
+        json_object_object_add(root.get(), "results", results_.release());
+        std::fprintf(io_.out, "%s\n",
+                     json_object_to_json_string_ext(
+                         root.get(), JSON_C_TO_STRING_PLAIN | JSON_C_TO_STRING_NOSLASHESCAPE));
+    } else {
+        std::fprintf(io_.out, "scenario %s: %d events, %d expectations, %d failed%s\n",
+                     options_.file.c_str(), int(events.size()), expectations, failures,
+                     interruptRequested() ? " (interrupted)" : "");
+    }
     std::fflush(io_.out);
     if (interruptRequested()) {
         return interruptExitStatus();

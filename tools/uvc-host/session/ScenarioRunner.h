@@ -7,6 +7,7 @@
 #include "cli/CommandOptions.h"
 #include "cli/HostIo.h"
 #include "link/UvcLink.h"
+#include "session/JsonText.h"
 #include "session/Scenario.h"
 
 namespace uvc_host {
@@ -33,7 +34,8 @@ private:
     HostIo io_;
     std::mutex mutex_;
     std::map<StreamKey, uint64_t> frames_;
-    size_t repliesMark_ = 0;  // replies before the last control or hot-plug event
+    size_t repliesMark_ = 0;                    // replies before the last control or hot-plug event
+    JsonPtr results_{json_object_new_array()};  // expectations, for --json
 };
 
 }  // namespace uvc_host
