@@ -214,6 +214,18 @@ TEST_F(HostToolTest, SettingsByNameComeFromTheLibrarysTable) {
     EXPECT_NE(unknown.err.find("did you mean brightness?"), std::string::npos) << unknown.err;
 }
 
+TEST_F(HostToolTest, EveryExamplePlaysQuietly) {
+#ifdef UVC_EXAMPLES_DIR
+    for (const char* name :
+         {"streaming-start-stop", "format-change", "lost-connection", "control-round-trip"}) {
+        ToolRun r = run({"scenario", "--jpeg", std::string(UVC_EXAMPLES_DIR "/") + name + ".scn"});
+        EXPECT_EQ(r.status, 0) << name << "\n" << r.out << r.err;
+        // Warnings the scenario asked for (a lost connection) are no news.
+        EXPECT_EQ(r.err, "") << name;
+    }
+#endif
+}
+
 TEST_F(HostToolTest, ScenarioReportsTheFailingLine) {
     dir_.write("s.txt",
                "# one stream, a reply, and one expectation that cannot hold\n"

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <condition_variable>
 #include <memory>
 #include <mutex>
@@ -45,6 +46,9 @@ private:
     bool stopping_ = false;
     bool running_ = false;
     std::unique_ptr<android_standin::LogCapture> logCapture_;
+    // Lost connections the host caused on purpose (failSends); their
+    // warnings are what was asked for, not news.
+    std::atomic<int> expectedDrops_{0};
 };
 
 }  // namespace uvc_host
