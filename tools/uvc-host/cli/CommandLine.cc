@@ -265,6 +265,14 @@ CommandLine parseCommandLine(const std::vector<std::string>& args) {
                      "save frame N (counted from 0) as a JPEG image;\n"
                      "repeatable; not for H.264")
         ->type_name("N PATH");
+    textOption(stream, "--timing", &st.timing, "FILE",
+               "write one record per received frame: stream, index,\n"
+               "arrival and interval in ms, bytes; CSV, or JSON lines\n"
+               "when FILE ends in .jsonl or .json");
+    textOption(stream, "--report", &st.report, "DIR",
+               "write DIR/index.html: per stream the frame intervals\n"
+               "over time and as a histogram, the summary and pictures\n"
+               "of the frames (not for H.264); opens without a server");
     textOption(stream, "--fps-tolerance", &st.tolerance, "PCT",
                "allowed deviation of the achieved rate (default 10)");
     flag(stream, "--json", &so.json, "print the summary as one JSON object, no progress");

@@ -147,6 +147,8 @@ std::string checkStreamOptions(const StreamTexts& in, StreamOptions* out) {
               checkSeconds(in.timeout, "timeout", &out->timeoutSec, &e) &&
               checkNotEmpty(in.framesDir, "--frames-dir", &out->framesDir, &e) &&
               checkNotEmpty(in.output, "--output", &out->output, &e) &&
+              checkNotEmpty(in.timing, "--timing", &out->timingFile, &e) &&
+              checkNotEmpty(in.report, "--report", &out->reportDir, &e) &&
               checkSaveFrames(in.saveFrames, out, &e);
     if (ok && in.frames.given &&
         (!parseUnsigned(in.frames.value, kMaxFrames, &out->frames) || out->frames == 0)) {

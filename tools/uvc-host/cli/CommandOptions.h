@@ -30,6 +30,8 @@ struct StreamOptions {
     bool jpeg = false;
     std::string output;
     std::vector<SaveFrameRequest> saveFrames;
+    std::string timingFile;  // one record per received frame
+    std::string reportDir;   // HTML page with plots and pictures
     bool json = false;
     bool verbose = false;
     bool progress = true;
@@ -76,6 +78,7 @@ struct OptionText {
 struct StreamTexts {
     std::vector<std::string> streams;
     OptionText size, fps, format, duration, frames, timeout, tolerance, framesDir, output;
+    OptionText timing, report;
     std::vector<std::pair<std::string, std::string>> saveFrames;
 };
 

@@ -6,6 +6,7 @@ namespace uvc_host {
 
 void FrameStats::record(uint64_t monotonicNs, uint64_t size) {
     arrivalsNs_.push_back(monotonicNs);
+    sizes_.push_back(uint32_t(size));
     ++frames_;
     bytes_ += size;
     if (size == 0) {

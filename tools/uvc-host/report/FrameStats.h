@@ -24,6 +24,9 @@ public:
     uint64_t frames() const { return frames_; }
     uint64_t bytes() const { return bytes_; }
     StatsSummary summary() const;
+    // Every frame's arrival time and size, in order of arrival.
+    const std::vector<uint64_t>& arrivalsNs() const { return arrivalsNs_; }
+    const std::vector<uint32_t>& sizes() const { return sizes_; }
 
     // Interval statistics of arrival times: the median is the middle value
     // (the mean of the two middle ones for an even count), the 99th
@@ -34,6 +37,7 @@ public:
 
 private:
     std::vector<uint64_t> arrivalsNs_;
+    std::vector<uint32_t> sizes_;
     uint64_t frames_ = 0;
     uint64_t empty_ = 0;
     uint64_t bytes_ = 0;

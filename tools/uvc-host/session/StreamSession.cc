@@ -37,7 +37,7 @@ double secondsSince(Clock::time_point start) {
 }  // namespace
 
 StreamSession::StreamSession(const StreamOptions& options, UvcLinkFactory factory, HostIo io)
-    : options_(options), factory_(std::move(factory)), io_(io) {
+    : options_(options), factory_(std::move(factory)), io_(io), pictures_(options) {
     for (const StreamKey& key : options_.streams) {
         auto s = std::make_unique<Stream>();
         s->key = key;
@@ -120,6 +120,7 @@ void StreamSession::onFrame(const FrameEvent& frame) {
         }
         uint64_t index = s->stats.frames();
         s->stats.record(frame.monotonicNs, frame.size);
+        pictures_.onFrame(s->key, index, frame.data, frame.size);
         if (s->writer && frame.data && !s->writer->write(frame.data, frame.size) &&
             s->writeError.empty()) {
             s->writer->close(&s->writeError);
@@ -159,14 +160,19 @@ int StreamSession::run() {
     if (!checkFrameFiles() || !openOutputs()) {
         return kExitFailed;
     }
+    std::string error;
+    if (!pictures_.prepare(&error)) {
+        std::fprintf(io_.err, "uvc-host: %s\n", error.c_str());
+        return kExitFailed;
+    }
     LinkSettings settings;
     settings.framesRoot = options_.framesDir;
     settings.verbose = options_.verbose;
     settings.synthesiseJpeg = options_.jpeg;
-    settings.copyFrameBytes = !options_.output.empty() || !options_.saveFrames.empty();
+    settings.copyFrameBytes =
+        !options_.output.empty() || !options_.saveFrames.empty() || !options_.reportDir.empty();
     std::unique_ptr<UvcLink> link = factory_(settings);
     link->setFrameSink([this](const FrameEvent& f) { onFrame(f); });
-    std::string error;
     if (!link->start(&error)) {
         std::fprintf(io_.err, "uvc-host: %s\n", error.c_str());
         return kExitFailed;
@@ -231,16 +237,40 @@ int StreamSession::run() {
     // With the frames on standard output the summary goes next to the
     // progress, on stderr.
     FILE* summary = options_.output == "-" ? io_.err : io_.out;
+    std::vector<std::string> notes;
+    bool pictured = writePictures(report, &notes);
     if (options_.json) {
         std::fprintf(summary, "%s\n", summaryJson(report).c_str());
     } else {
         writeTextSummary(summary, report);
+        for (const std::string& n : notes) {
+            std::fprintf(summary, "%s\n", n.c_str());
+        }
     }
     std::fflush(summary);
+    if (!pictured) {
+        return kExitFailed;
+    }
     if (report.interrupted) {
         return interruptExitStatus();
     }
     return report.passed() ? kExitOk : kExitFailed;
+}
+
+bool StreamSession::writePictures(const RunReport& report, std::vector<std::string>* notes) {
+    if (!pictures_.wanted()) {
+        return true;
+    }
+    std::vector<StreamTrace> traces;
+    for (const auto& s : streams_) {
+        traces.push_back({s->key, s->stats.arrivalsNs(), s->stats.sizes()});
+    }
+    std::string error;
+    if (!pictures_.write(report, traces, notes, &error)) {
+        std::fprintf(io_.err, "uvc-host: %s\n", error.c_str());
+        return false;
+    }
+    return true;
 }
 
 void StreamSession::saveFrames(Stream& s, StreamResult* result) {

@@ -9,6 +9,7 @@
 #include "link/UvcLink.h"
 #include "media/FrameWriter.h"
 #include "report/FrameStats.h"
+#include "report/RunPictures.h"
 #include "report/RunReport.h"
 
 namespace uvc_host {
@@ -40,6 +41,8 @@ private:
     void totals(uint64_t* frames, uint64_t* bytes);
     void saveFrames(Stream& s, StreamResult* result);
     RunReport collect(double elapsedSec, uint64_t recoveries);
+    // --timing and --report; false (with a line on stderr) when not written.
+    bool writePictures(const RunReport& report, std::vector<std::string>* notes);
 
     StreamOptions options_;
     UvcLinkFactory factory_;
@@ -47,6 +50,7 @@ private:
     std::mutex mutex_;
     bool accepting_ = false;
     std::vector<std::unique_ptr<Stream>> streams_;
+    RunPictures pictures_;
 };
 
 }  // namespace uvc_host

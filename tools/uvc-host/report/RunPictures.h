@@ -1,0 +1,40 @@
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <string>
+#include <vector>
+
+#include "cli/CommandOptions.h"
+#include "report/RunReport.h"
+#include "report/TimingWriter.h"
+
+namespace uvc_host {
+
+// --timing and --report of a `stream` run: keeps a few frames of each
+// stream for the contact sheet while frames arrive, then writes the timing
+// records and the report page from what the run measured.
+class RunPictures {
+public:
+    explicit RunPictures(const StreamOptions& options);
+
+    bool wanted() const { return !options_.timingFile.empty() || !options_.reportDir.empty(); }
+    // Before the run: the report folder exists and the timing file can be
+    // written; otherwise `error` says why.
+    bool prepare(std::string* error);
+    // Frame `index` of stream `key` arrived; not thread-safe (the caller
+    // serialises frames).
+    void onFrame(StreamKey key, uint64_t index, const uint8_t* data, uint32_t size);
+    // After the run; the lines to show with the summary, or the error.
+    bool write(const RunReport& report, const std::vector<StreamTrace>& traces,
+               std::vector<std::string>* notes, std::string* error);
+
+private:
+    static constexpr size_t kThumbnails = 12;
+
+    StreamOptions options_;
+    uint64_t every_ = 1;  // keep every every_-th frame, up to kThumbnails per stream
+    std::map<StreamKey, std::vector<std::pair<uint64_t, std::vector<uint8_t>>>> kept_;
+};
+
+}  // namespace uvc_host
