@@ -273,3 +273,25 @@ TEST_F(HostToolTest, FramesPipeThroughStandardOutputAndSigtermEndsWithTheSummary
     EXPECT_NE(stopped.out.find("(interrupted)"), std::string::npos) << stopped.out;
     EXPECT_NE(stopped.out.find("stream 0:0: ok"), std::string::npos) << stopped.out;
 }
+
+TEST_F(HostToolTest, ReportShowsH264PicturesThroughFfmpeg) {
+    if (uvc_host::findOnPath("ffmpeg").empty()) {
+        GTEST_SKIP() << "no ffmpeg on PATH";
+    }
+    ToolRun made = run({"frames", "make", "--format", "H264", "--size", "64x48", "--count", "12",
+                        "--dir", dir_.file("set")});
+    ASSERT_EQ(made.status, 0) << made.err;
+    ToolRun r = run({"stream", "--size", "64x48", "--format", "H264", "--frames-dir",
+                     dir_.file("set"), "--frames", "12", "--report", dir_.file("r"),
+                     "--no-progress", "--fps-tolerance", "50"});
+    ASSERT_EQ(r.status, 0) << r.out << r.err;
+    for (int i = 0; i < 12; ++i) {
+        int w = 0, h = 0;
+        EXPECT_TRUE(
+            jpegSize(dir_.read("r/frames/stream-0_0-frame" + std::to_string(i) + ".jpg"), &w, &h))
+            << i;
+        EXPECT_EQ(w * h, 64 * 48);
+    }
+    // The stream kept for decoding is gone.
+    EXPECT_TRUE(dir_.read("r/frames/stream-0_0.h264").empty());
+}

@@ -272,7 +272,8 @@ CommandLine parseCommandLine(const std::vector<std::string>& args) {
     textOption(stream, "--report", &st.report, "DIR",
                "write DIR/index.html: per stream the frame intervals\n"
                "over time and as a histogram, the summary and pictures\n"
-               "of the frames (not for H.264); opens without a server");
+               "of the frames (H.264 through ffmpeg); opens without a\n"
+               "server");
     textOption(stream, "--fps-tolerance", &st.tolerance, "PCT",
                "allowed deviation of the achieved rate (default 10)");
     flag(stream, "--json", &so.json, "print the summary as one JSON object, no progress");

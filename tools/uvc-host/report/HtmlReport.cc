@@ -188,13 +188,15 @@ bool writeHtmlReport(const std::string& dir, const RunReport& report,
                          std::to_string(th.index) + "</figcaption></figure>\n";
             }
         }
-        html += sheet.empty()
-                    ? "<p>no pictures of this stream" +
-                          std::string(o.format->kind == FormatKind::H264
-                                          ? " (H.264: decode the --output file with ffmpeg)"
-                                          : "") +
-                          "</p>\n"
-                    : "<div class=\"sheet\">\n" + sheet + "</div>\n";
+        html +=
+            sheet.empty()
+                ? "<p>no pictures of this stream" +
+                      std::string(
+                          o.format->kind == FormatKind::H264
+                              ? " (H.264 pictures are decoded with ffmpeg, which is not on PATH)"
+                              : "") +
+                      "</p>\n"
+                : "<div class=\"sheet\">\n" + sheet + "</div>\n";
     }
     html += "</body></html>\n";
     std::string path = dir + "/index.html";

@@ -3,10 +3,12 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 
 #include "media/FileUtil.h"
 #include "media/JpegEncoder.h"
+#include "media/OutputNaming.h"
 #include "report/HtmlReport.h"
 
 namespace uvc_host {
@@ -40,13 +42,58 @@ bool RunPictures::prepare(std::string* error) {
 }
 
 void RunPictures::onFrame(StreamKey key, uint64_t index, const uint8_t* data, uint32_t size) {
-    if (options_.reportDir.empty() || !data || size == 0 || index % every_ != 0 ||
-        options_.format->kind == FormatKind::H264) {
+    if (options_.reportDir.empty() || !data || size == 0) {
+        return;
+    }
+    if (options_.format->kind == FormatKind::H264) {
+        std::unique_ptr<FrameWriter>& w = h264_[key];
+        std::string unused;
+        if (!w) {
+            w = std::make_unique<FrameWriter>();
+            w->open(options_.reportDir + "/" + streamFile(key, ".h264"), *options_.format,
+                    options_.size, &unused);
+        }
+        w->write(data, size);
+        return;
+    }
+    if (index % every_ != 0) {
         return;
     }
     auto& kept = kept_[key];
     if (kept.size() < kThumbnails) {
         kept.emplace_back(index, std::vector<uint8_t>(data, data + size));
+    }
+}
+
+std::string RunPictures::streamFile(StreamKey key, const std::string& suffix) const {
+    return "frames/stream-" + std::to_string(key.id) + "_" + std::to_string(key.idx) + suffix;
+}
+
+void RunPictures::decodeH264(std::vector<Thumbnail>* thumbnails) {
+    std::string ffmpeg = findOnPath("ffmpeg");
+    for (auto& [key, writer] : h264_) {
+        std::string unused;
+        writer->close(&unused);
+        std::string stream = options_.reportDir + "/" + streamFile(key, ".h264");
+        std::string pattern = options_.reportDir + "/" + streamFile(key, "-picture%d.jpg");
+        // Every every_-th picture, as for the other formats.
+        std::string command = shellQuote(ffmpeg) + " -hide_banner -loglevel quiet -y -f h264 -i " +
+                              shellQuote(stream) + " -vf " +
+                              shellQuote("select=not(mod(n\\," + std::to_string(every_) + "))") +
+                              " -vsync vfr -frames:v " + std::to_string(kThumbnails) + " -q:v 5 " +
+                              shellQuote(pattern) + " </dev/null >/dev/null 2>&1";
+        if (!ffmpeg.empty() && std::system(command.c_str()) == 0) {
+            for (size_t i = 1; i <= kThumbnails; ++i) {
+                uint64_t index = (i - 1) * every_;
+                std::string from = options_.reportDir + "/" +
+                                   streamFile(key, "-picture" + std::to_string(i) + ".jpg");
+                Thumbnail t{key, index, streamFile(key, "-frame" + std::to_string(index) + ".jpg")};
+                if (std::rename(from.c_str(), (options_.reportDir + "/" + t.file).c_str()) == 0) {
+                    thumbnails->push_back(t);
+                }
+            }
+        }
+        std::remove(stream.c_str());
     }
 }
 
@@ -65,9 +112,7 @@ bool RunPictures::write(const RunReport& report, const std::vector<StreamTrace>&
     JpegEncoder encoder;
     for (const auto& [key, frames] : kept_) {
         for (const auto& [index, bytes] : frames) {
-            Thumbnail t{key, index,
-                        "frames/stream-" + std::to_string(key.id) + "_" + std::to_string(key.idx) +
-                            "-frame" + std::to_string(index) + ".jpg"};
+            Thumbnail t{key, index, streamFile(key, "-frame" + std::to_string(index) + ".jpg")};
             std::vector<uint8_t> jpeg;
             const std::vector<uint8_t>* picture = &bytes;
             std::string why;
@@ -85,6 +130,7 @@ bool RunPictures::write(const RunReport& report, const std::vector<StreamTrace>&
             thumbnails.push_back(t);
         }
     }
+    decodeH264(&thumbnails);
     if (!writeHtmlReport(options_.reportDir, report, traces, thumbnails, error)) {
         return false;
     }

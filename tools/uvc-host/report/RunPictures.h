@@ -2,10 +2,13 @@
 
 #include <cstdint>
 #include <map>
+#include <memory>
 #include <string>
 #include <vector>
 
 #include "cli/CommandOptions.h"
+#include "media/FrameWriter.h"
+#include "report/HtmlReport.h"
 #include "report/RunReport.h"
 #include "report/TimingWriter.h"
 
@@ -32,9 +35,15 @@ public:
 private:
     static constexpr size_t kThumbnails = 12;
 
+    // H.264 pictures need the stream from its start: each stream goes to a
+    // file that ffmpeg decodes at the end.
+    void decodeH264(std::vector<Thumbnail>* thumbnails);
+    std::string streamFile(StreamKey key, const std::string& suffix) const;
+
     StreamOptions options_;
     uint64_t every_ = 1;  // keep every every_-th frame, up to kThumbnails per stream
     std::map<StreamKey, std::vector<std::pair<uint64_t, std::vector<uint8_t>>>> kept_;
+    std::map<StreamKey, std::unique_ptr<FrameWriter>> h264_;
 };
 
 }  // namespace uvc_host

@@ -13,7 +13,8 @@ class ControlSession {
 public:
     ControlSession(const ControlOptions& options, UvcLinkFactory factory, HostIo io);
 
-    // kExitUsage for messages that are not JSON (before anything is sent),
+    // kExitFailed for setting names the library does not have, kExitUsage
+    // for messages that are not JSON (both before anything is sent),
     // kExitFailed when a message was not delivered in time.
     int run();
 
