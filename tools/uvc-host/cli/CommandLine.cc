@@ -2,7 +2,7 @@
 
 #include <CLI/CLI.hpp>
 
-#include <map>
+#include "cli/HelpFormatter.h"
 
 #ifndef UVC_HOST_VERSION
 #define UVC_HOST_VERSION "unknown"
@@ -11,76 +11,6 @@
 namespace uvc_host {
 
 namespace {
-
-constexpr size_t kOptionColumn = 23;
-
-// What a help page shows besides the options.
-struct HelpPage {
-    std::string usage;
-    std::string intro;
-    std::string footer;
-};
-
-// Help pages in the tool's own layout: usage line, what the command does,
-// its options with their values, then notes and examples.
-class HelpFormatter : public CLI::Formatter {
-public:
-    void add(const CLI::App* app, HelpPage page) { pages_[app] = std::move(page); }
-
-    std::string make_help(const CLI::App* app, std::string, CLI::AppFormatMode) const override {
-        auto found = pages_.find(app);
-        if (found == pages_.end() && app->get_parent()) {
-            // Actions without options of their own are described by their command.
-            return make_help(app->get_parent(), "", CLI::AppFormatMode::Normal);
-        }
-        HelpPage page = found != pages_.end() ? found->second : HelpPage{};
-        std::string out = page.usage + "\n";
-        if (!page.intro.empty()) {
-            out += "\n" + page.intro;
-        }
-        std::string commands;
-        for (const CLI::App* sub : app->get_subcommands({})) {
-            if (!sub->get_description().empty()) {
-                commands += line(sub->get_name(), sub->get_description(), 13);
-            }
-        }
-        if (!commands.empty()) {
-            out += "\ncommands:\n" + commands;
-        }
-        out += "\noptions:\n";
-        for (const CLI::Option* o : app->get_options()) {
-            if (o->get_positional() || o == app->get_help_ptr()) {
-                continue;
-            }
-            std::string name = o->get_name(false, true);
-            if (!o->get_type_name().empty()) {
-                name += " " + o->get_type_name();
-            }
-            out += line(name, o->get_description(), kOptionColumn);
-        }
-        out += line("-h, --help", "this text", kOptionColumn);
-        if (!page.footer.empty()) {
-            out += "\n" + page.footer;
-        }
-        return out;
-    }
-
-private:
-    // "  NAME  description", later description lines under the first.
-    static std::string line(const std::string& name, const std::string& text, size_t column) {
-        std::string out = "  " + name;
-        out += out.size() + 1 < column ? std::string(column - out.size(), ' ') : "  ";
-        for (char c : text) {
-            out += c;
-            if (c == '\n') {
-                out += std::string(column, ' ');
-            }
-        }
-        return out + "\n";
-    }
-
-    std::map<const CLI::App*, HelpPage> pages_;
-};
 
 // A single-valued option kept as text; the last one given counts.
 CLI::Option* textOption(CLI::App* app, const std::string& name, OptionText* text,
