@@ -1,8 +1,11 @@
 #include <gtest/gtest.h>
 #include <json-c/json.h>
 
+#include <csignal>
+
 #include "FakeLink.h"
 #include "TempDir.h"
+#include "cli/Interrupt.h"
 #include "session/Scenario.h"
 #include "session/ScenarioRunner.h"
 
@@ -164,6 +167,18 @@ TEST(ScenarioRunnerTest, RepliesCountFromTheLastControlOrHotplug) {
     EXPECT_NE(r.out.find("line 3: ok: 1 replies to the last event"), std::string::npos) << r.out;
     EXPECT_NE(r.out.find("line 4: ok"), std::string::npos) << r.out;
     EXPECT_NE(r.out.find("line 5: FAILED"), std::string::npos) << r.out;
+}
+
+TEST(ScenarioRunnerTest, SignalEndsThePlayWithItsSummary) {
+    uvc_host_test::FakeState state;
+    simulateInterrupt(SIGTERM);
+    Outcome r =
+        play("{\"wait_ms\":60000}\n{\"control\":{\"content\":{\"hue\":\"get\"}}}\n", &state);
+    simulateInterrupt(0);
+    EXPECT_EQ(r.status, 143);
+    EXPECT_NE(r.out.find("(interrupted)"), std::string::npos) << r.out;
+    EXPECT_TRUE(state.sent.empty());
+    EXPECT_TRUE(state.stopped);
 }
 
 TEST(ScenarioRunnerTest, MalformedFileRunsNothing) {

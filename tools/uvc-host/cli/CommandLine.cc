@@ -166,8 +166,8 @@ CommandLine parseCommandLine(const std::vector<std::string>& args) {
     formatter->add(stream, {"usage: uvc-host stream [OPTIONS]", kStreamIntro, kStreamFooter});
     stream
         ->add_option("--stream", st.streams,
-                     "stream to run, repeatable (default 0:0); \"all\" runs\n"
-                     "the eight streams 0:0..0:3 and 1:0..1:3 with one\n"
+                     "stream to run: 0:0..0:3 or 1:0..1:3, repeatable\n"
+                     "(default 0:0); \"all\" runs the eight with one\n"
                      "hot-plug event for stream id 255")
         ->type_name("ID:IDX");
     textOption(stream, "--size", &st.size, "WxH",
