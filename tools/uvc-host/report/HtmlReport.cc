@@ -11,7 +11,7 @@ namespace {
 
 constexpr double kPlotWidth = 760;
 constexpr double kPlotHeight = 220;
-constexpr double kMargin = 40;
+constexpr double kMargin = 56;
 constexpr int kHistogramBins = 40;
 constexpr size_t kMaxPlotPoints = 2000;
 
