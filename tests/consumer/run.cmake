@@ -55,7 +55,9 @@ if(UVC_TOOLCHAIN_FILE)
     list(APPEND options -DCMAKE_TOOLCHAIN_FILE=${UVC_TOOLCHAIN_FILE})
 endif()
 if(UVC_EMULATOR)
-    list(APPEND options "-DCMAKE_CROSSCOMPILING_EMULATOR=${UVC_EMULATOR}")
+    # A list ("qemu-arm;-L;/"), which a command line would split.
+    file(WRITE ${dir}.cache.cmake "set(CMAKE_CROSSCOMPILING_EMULATOR \"${UVC_EMULATOR}\" CACHE STRING \"\")\n")
+    list(APPEND options -C ${dir}.cache.cmake)
 endif()
 if(UVC_SANITIZE)
     # A sanitized library needs a sanitized program to load it.
