@@ -9,6 +9,7 @@
 #include <cmath>
 #include <cstdint>
 #include <cstring>
+#include <exception>
 #include <utility>
 
 namespace util {
@@ -118,8 +119,18 @@ void timer::wakealarm_event(void* context) {
         __android_log_print(ANDROID_LOG_INFO, kTag, "wakealarm_event: read wakealarm fd failed\n");
         return;
     }
-    // Expiries that piled up while the loop was busy lead to one call.
-    self->callback();
+    // Expiries that piled up while the loop was busy lead to one call. An
+    // exception (memory can run out anywhere) gives up this expiry only; the
+    // loop thread and the other timers go on.
+    try {
+        self->callback();
+    } catch (const std::exception& e) {
+        __android_log_print(ANDROID_LOG_ERROR, kTag, "wakealarm_event: timer callback failed: %s",
+                            e.what());
+    } catch (...) {
+        __android_log_print(ANDROID_LOG_ERROR, kTag,
+                            "wakealarm_event: timer callback failed: unknown exception");
+    }
 }
 
 }  // namespace hidl_uvc_client

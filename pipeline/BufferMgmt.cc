@@ -2,6 +2,7 @@
 
 #include <android/log.h>
 
+#include <exception>
 #include <system_error>
 
 #include "trevo/ConversionFactory.h"
@@ -10,7 +11,20 @@ namespace hidl_uvc_client {
 
 namespace {
 constexpr int kBlobFormat = 33;  // AHARDWAREBUFFER_FORMAT_BLOB: no conversion wanted
+
+// Called in a catch handler: names the exception being handled in one line.
+// Neither the conversion thread nor the library's threads calling the sink
+// may see it (memory can run out anywhere, and the library may throw).
+void logFailure(const char* what) {
+    try {
+        throw;
+    } catch (const std::exception& e) {
+        __android_log_print(ANDROID_LOG_ERROR, "ConvFactory", "%s failed: %s", what, e.what());
+    } catch (...) {
+        __android_log_print(ANDROID_LOG_ERROR, "ConvFactory", "%s failed: unknown exception", what);
+    }
 }
+}  // namespace
 
 BufferMgmt::BufferMgmt(unsigned count, unsigned size, trevo::CompositorBridge* bridge,
                        unsigned char stream_id, unsigned char stream_idx)
@@ -74,7 +88,7 @@ void BufferMgmt::stopStream() {
     }
 }
 
-void BufferMgmt::msgHandler() {
+void BufferMgmt::msgHandler() try {
     for (;;) {
         if (!running)
             return;
@@ -90,12 +104,20 @@ void BufferMgmt::msgHandler() {
             continue;  // a wake-up left over from an earlier stop
         FlatBuffer flat;
         void* address = buffer->lockBuffer(&flat);
-        convert(flat, buffer->size);
+        try {
+            convert(flat, buffer->size);
+        } catch (...) {
+            logFailure("conversion");  // the frame is lost, the buffer is not
+        }
         if (address != nullptr)
             buffer->unlock();
         guard.unlock();
         fillQ.push(std::move(buffer));
     }
+} catch (...) {
+    // Only the queues' own locking and allocation are left here; the thread
+    // ends and the next stopStream joins it as usual.
+    logFailure("conversion thread");
 }
 
 void BufferMgmt::convert(FlatBuffer& buffer, unsigned size) {
@@ -108,7 +130,7 @@ void BufferMgmt::convert(FlatBuffer& buffer, unsigned size) {
     trevo::ConversionFactory::getInstance().convert(&frame, kBlobFormat);
 }
 
-void BufferMgmt::processBuffer(trevo::GBuffer* frame) const {
+void BufferMgmt::processBuffer(trevo::GBuffer* frame) const try {
     if (frame == nullptr)
         return;
     if (frame->stream_id != stream_id || frame->stream_idx != stream_idx)
@@ -121,6 +143,8 @@ void BufferMgmt::processBuffer(trevo::GBuffer* frame) const {
                             "BUG: socket connection dropped to uvc_gadget. Trying to recover.");
         bridge->registerProjector(0);
     }
+} catch (...) {
+    logFailure("frame hand-over");
 }
 
 void BufferMgmt::preProcessBuffer(trevo::GBuffer* /*frame*/) const {}

@@ -4,7 +4,6 @@
 #include <algorithm>
 #include <cstdlib>
 #include <fstream>
-#include <random>
 
 #include "android_testing.h"
 #include "client/StreamHandler.h"
@@ -129,58 +128,6 @@ TEST_F(StreamingTest, AllStreamsCarryTheirOwnNumbersAndOutliveALostConnection) {
     EXPECT_EQ("BUG: socket connection dropped to uvc_gadget. Trying to recover.",
               std::find_if(lines.begin(), lines.end(), warning)->text);
     EXPECT_EQ(2u, host.countCalls("registerProjector(0)"));
-}
-
-// Random stream changes over all eight streams from several host lanes while
-// the streams run: every change is handled in bounded time, and afterwards
-// every stream still works and has all of its buffers back.
-TEST_F(StreamingTest, StressRandomChangesFromSeveralLanes) {
-    hidl_uvc_client::setMjpegFileMode(false);  // MJPG streams compress frames
-    std::mt19937 rng(20261123);
-    const int sizes[][2] = {{32, 16}, {48, 16}, {64, 32}, {16, 8}, {0, 0}};
-    const uint32_t formats[] = {DemoBuffer::kFormatYUYV, DemoBuffer::kFormatNV12,
-                                DemoBuffer::kFormatYU12, DemoBuffer::kFormatMJPG,
-                                DemoBuffer::kFormatH264};
-    const int rates[] = {30, 60, 120, 0};
-    host.setCopyFrameBytes(false);
-    ClientHarness h;
-    std::vector<uint64_t> tickets;
-    for (int i = 0; i < 400; ++i) {
-        const uint8_t id = rng() % 2, idx = rng() % 4;
-        const auto* size = sizes[rng() % 5];
-        host.setConfig(
-            id, idx,
-            streamConfig(size[0], size[1], rates[rng() % 4], formats[rng() % 5], rng() % 4 != 0));
-        tickets.push_back(host.hotplug(4, rng() % 25 == 0 ? 255 : id, idx, rng() % 4));
-        if (i % 20 == 0) {
-            std::this_thread::sleep_for(15ms);  // let frames flow in between
-        }
-    }
-    for (uint64_t t : tickets) {
-        ASSERT_TRUE(host.waitDelivered(t, 30s)) << "stream change stuck";
-    }
-    std::this_thread::sleep_for(100ms);
-    EXPECT_GT(host.frames().size(), 0u) << "no stream ran during the changes";
-
-    host.clearFrames();
-    for (uint8_t s = 0; s < 8; ++s) {
-        h.change(s / 4, s % 4, streamConfig(32, 16, 60, DemoBuffer::kFormatYUYV, 1), s % 4);
-    }
-    for (uint8_t s = 0; s < 8; ++s) {
-        EXPECT_TRUE(host.waitForFrames(s / 4, s % 4, 3, 10s)) << int(s);
-        h.change(s / 4, s % 4, streamConfig(32, 16, 60, DemoBuffer::kFormatYUYV, 0));
-    }
-    hidl_uvc_client::setMjpegFileMode(true);
-    for (const auto& key : h.client().streamKeysForTest()) {
-        auto* handler = h.client().handlerForTest(key);
-        std::lock_guard<std::mutex> quiet(handler->lockForTest());
-        auto* pool = handler->buffersForTest();
-        auto* mgmt = handler->bufferMgmtForTest();
-        ASSERT_TRUE(pool && mgmt) << key;
-        EXPECT_EQ(0, pool->state.load()) << key;
-        EXPECT_EQ(5, pool->fillQ.size() + pool->sendQ.size()) << key;
-        EXPECT_EQ(3, hardwareBuffers(*mgmt)) << key;
-    }
 }
 
 }  // namespace
