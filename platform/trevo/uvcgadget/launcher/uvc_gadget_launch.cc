@@ -47,6 +47,9 @@ void* load(const char* path) {
 }  // namespace
 
 int main(int argc, char** argv) {
+    // The client reports on standard output; a log file or journal should
+    // see each line when it happens.
+    setvbuf(stdout, nullptr, _IOLBF, 0);
     std::string bridgePath = UVC_GADGET_BRIDGE_PATH;
     std::string libraryPath = UVC_CLIENT_LIBRARY_PATH;
     std::string framesRoot;
