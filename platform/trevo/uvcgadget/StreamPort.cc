@@ -139,7 +139,28 @@ int StreamPort::sendFrame(AHardwareBuffer* buffer, uint32_t size) {
 }
 
 int StreamPort::pollFd() const {
-    return video_->fd();
+    // poll() skips negative descriptors: a lost node is closed and no longer
+    // watched.
+    return lost_ ? -1 : video_->fd();
+}
+
+void StreamPort::lose() {
+    __android_log_print(ANDROID_LOG_ERROR, kTag,
+                        "stream %u:%u: %s is gone (gadget unbound?); it is no longer served, "
+                        "restart the bridge once the gadget is bound again",
+                        streamId(), streamIdx(), node_.videoPath.c_str());
+    bool wasStreaming;
+    {
+        std::lock_guard<std::mutex> guard(mutex_);
+        wasStreaming = streaming_;
+        stopStreaming();
+        connected_ = false;
+        lost_ = true;
+        // The function's unbind waits until the node is closed.
+        video_.reset();
+    }
+    if (wasStreaming)
+        listener_.hotplug(trevo::CONNECTION_STATUS_STREAM_CHANGED, streamId(), streamIdx());
 }
 
 short StreamPort::pollEvents() const {
@@ -151,8 +172,17 @@ short StreamPort::pollEvents() const {
 void StreamPort::onPoll(short revents) {
     if ((revents & POLLPRI) != 0) {
         v4l2_event event;
-        while (video_->dequeueEvent(event) == 0)
+        int result;
+        while ((result = video_->dequeueEvent(event)) == 0)
             handleEvent(event);
+        if (result == -ENODEV) {
+            lose();
+            return;
+        }
+    }
+    if ((revents & POLLHUP) != 0) {
+        lose();
+        return;
     }
     if ((revents & POLLOUT) != 0) {
         std::lock_guard<std::mutex> guard(mutex_);

@@ -41,6 +41,8 @@ public:
 // STREAMOFF; a change of streaming tells the listener with status 4, after
 // the port's own lock is released. Finished output buffers are taken back
 // when the node reports them (POLLOUT) or when sendFrame finds none free.
+// A node that disappears (the gadget unbound from its controller) ends the
+// stream and is not opened again: the bridge serves it after a restart.
 // configuration() and sendFrame() are thread-safe; sendFrame holds the lock
 // for one copy, so the event thread waits at most that long.
 class StreamPort : public PollSource {
@@ -92,6 +94,10 @@ private:
     bool startStreaming(std::string& error);
     void stopStreaming();
     void reclaimBuffers();
+    // The node went away (its gadget was unbound): stops the stream and
+    // closes the node, which would otherwise poll as ready forever and keep
+    // the unbind waiting.
+    void lose();
 
     const GadgetNode node_;
     PortListener& listener_;
@@ -99,10 +105,11 @@ private:
     RequestHandler requests_;  // event thread only
 
     mutable std::mutex mutex_;
-    std::unique_ptr<VideoNode> video_;
+    std::unique_ptr<VideoNode> video_;  // null once lost
     std::unique_ptr<OutputBuffers> buffers_;
     bool connected_ = false;
     bool streaming_ = false;
+    bool lost_ = false;  // written under mutex_ on the event thread, read there
     StreamFormat committed_;
     StreamFormat active_;
     uint64_t sent_ = 0;
