@@ -5,6 +5,7 @@
 // already loaded under that name, whichever directory the library was built
 // to find it in. Runs init(false) until SIGINT or SIGTERM, which stop the
 // client; exits 0 after a clean stop, 1 when loading fails, 2 on bad usage.
+// With --check it only loads both and checks that they fit.
 
 #include <dlfcn.h>
 #include <getopt.h>
@@ -28,13 +29,14 @@ const char kSetFrameFilesRoot[] =
 const char kBridgeConstructor[] = "_ZN5trevo16CompositorBridgeC1ENS_13BridgeContextE";
 
 const char kUsage[] =
-    "usage: uvc-gadget-launch [--bridge PATH] [--library PATH] [--jpeg] [--frames DIR]\n"
+    "usage: uvc-gadget-launch [--bridge PATH] [--library PATH] [--jpeg] [--frames DIR] [--check]\n"
     "  --bridge PATH   gadget bridge (default " UVC_GADGET_BRIDGE_PATH
     ")\n"
     "  --library PATH  stream client (default " UVC_CLIENT_LIBRARY_PATH
     ")\n"
     "  --jpeg          MJPEG streams carry compressed test patterns, not frame files\n"
     "  --frames DIR    root of the recorded frame files (default /data/h264_frames)\n"
+    "  --check         load both, check that the library uses this bridge, and exit\n"
     "The bridge reads UVC_GADGET_NODES and UVC_GADGET_CONFIGFS (see README).\n";
 
 void* load(const char* path) {
@@ -54,10 +56,14 @@ int main(int argc, char** argv) {
     std::string libraryPath = UVC_CLIENT_LIBRARY_PATH;
     std::string framesRoot;
     bool jpeg = false;
-    const option options[] = {
-        {"bridge", required_argument, nullptr, 'b'}, {"library", required_argument, nullptr, 'l'},
-        {"jpeg", no_argument, nullptr, 'j'},         {"frames", required_argument, nullptr, 'f'},
-        {"help", no_argument, nullptr, 'h'},         {nullptr, 0, nullptr, 0}};
+    bool checkOnly = false;
+    const option options[] = {{"bridge", required_argument, nullptr, 'b'},
+                              {"library", required_argument, nullptr, 'l'},
+                              {"jpeg", no_argument, nullptr, 'j'},
+                              {"frames", required_argument, nullptr, 'f'},
+                              {"check", no_argument, nullptr, 'c'},
+                              {"help", no_argument, nullptr, 'h'},
+                              {nullptr, 0, nullptr, 0}};
     for (int c; (c = getopt_long(argc, argv, "", options, nullptr)) != -1;) {
         switch (c) {
             case 'b':
@@ -71,6 +77,9 @@ int main(int argc, char** argv) {
                 break;
             case 'f':
                 framesRoot = optarg;
+                break;
+            case 'c':
+                checkOnly = true;
                 break;
             case 'h':
                 fputs(kUsage, stdout);
@@ -104,6 +113,10 @@ int main(int argc, char** argv) {
         fprintf(stderr, "uvc-gadget-launch: %s lacks the client's entry points\n",
                 libraryPath.c_str());
         return 1;
+    }
+    if (checkOnly) {
+        printf("uvc-gadget-launch: %s runs on %s\n", libraryPath.c_str(), bridgePath.c_str());
+        return 0;
     }
     if (jpeg)
         setMjpegFileMode(false);
