@@ -21,14 +21,12 @@
 
 namespace uvc_gadget {
 
-// Life cycle: registerProjector starts the bridge (finds the functions'
-// nodes, opens a StreamPort for each, starts the event thread); it runs
-// until the last bridge object is destroyed, which stops the thread and
-// closes the nodes. hotplug and setting reach the handler on the event
-// thread only; unregistering waits for a call in progress, unless made from
-// inside it. A bridge object may not be destroyed on the event thread (from
-// inside a handler call) as the last one: the thread cannot join itself, so
-// the bridge then keeps running.
+// Every operation is thread-safe. Life cycle: registerProjector starts the bridge (finds the
+// functions' nodes, opens a StreamPort for each, starts the event thread); it runs until the last
+// bridge object is destroyed, which stops the thread and closes the nodes. hotplug and setting
+// reach the handler on the event thread only; unregistering waits for a call in progress, unless
+// made from inside it. A bridge object may not be destroyed on the event thread (from inside a
+// handler call) as the last one: the thread cannot join itself, so the bridge then keeps running.
 //
 // Environment of the bridge (the library reads none): UVC_GADGET_NODES lists
 // the video nodes in stream order ("VIDEO[=FUNCTIONDIR],...", see
