@@ -50,11 +50,17 @@ public:
 }  // namespace
 
 // Sources are served on the loop's own thread; a source with no descriptor
-// (a lost node) is skipped; after stop() nothing is called any more.
+// (a lost node) is skipped; the tick runs about every interval; after stop()
+// nothing is called any more.
 TEST(EventLoop, ServesSourcesOnItsThreadUntilStopped) {
     PipeSource live, lost;
     lost.ignored = true;
-    EventLoop loop({&lost, &live});
+    std::atomic<int> ticks{0};
+    EventLoop loop(
+        [&] {
+            return std::vector<PollSource*>{&lost, &live};
+        },
+        [&] { ++ticks; }, std::chrono::milliseconds(5));
     live.loop = &loop;
     std::string error;
     ASSERT_TRUE(loop.start(error)) << error;
@@ -67,10 +73,17 @@ TEST(EventLoop, ServesSourcesOnItsThreadUntilStopped) {
     live.poke();
     ASSERT_TRUE(live.waitCalls(2));
 
+    // The tick comes with or without events.
+    for (int i = 0; i < 500 && ticks < 3; ++i)
+        std::this_thread::sleep_for(std::chrono::milliseconds(2));
+    EXPECT_GE(ticks, 3);
+
     loop.stop();
+    const int ticksAtStop = ticks;
     live.poke();
     std::this_thread::sleep_for(std::chrono::milliseconds(20));
     EXPECT_EQ(live.calls, 2);
     EXPECT_EQ(lost.calls, 0);
+    EXPECT_EQ(ticks, ticksAtStop);
     loop.stop();  // a second stop does nothing
 }

@@ -45,7 +45,7 @@ void GadgetCore::bridgeDestroyed(uint64_t token) {
 }
 
 void GadgetCore::waitIdle(std::unique_lock<std::mutex>& guard) {
-    if (loop_ && loop_->onLoopThread())
+    if (onLoopThread())
         return;
     idle_.wait(guard, [this] { return !callActive_; });
 }
@@ -67,60 +67,127 @@ void GadgetCore::unregisterHandler(trevo::HotPlugHandler* handler) {
 }
 
 int GadgetCore::registerProjector(unsigned projector) {
-    std::unique_lock<std::mutex> guard(mutex_);
-    if (loop_)
-        return 0;  // running: the gadget's own events re-establish a host
+    std::lock_guard<std::mutex> starting(startMutex_);
+    {
+        std::lock_guard<std::mutex> guard(mutex_);
+        if (loop_)
+            return 0;  // running: the gadget's own events re-establish a host
+    }
+    attach(projector, false);
+    auto loop = std::make_unique<EventLoop>([this] { return sources(); }, [this] { rescan(); });
+    std::string error;
+    if (!loop->start(error)) {
+        __android_log_print(ANDROID_LOG_ERROR, kTag, "%s", error.c_str());
+        std::vector<std::unique_ptr<StreamPort>> ports;
+        {
+            std::lock_guard<std::mutex> guard(mutex_);
+            ports = std::move(ports_);
+            ports_.clear();
+        }
+        while (!ports.empty())
+            ports.pop_back();
+        return -1;
+    }
+    std::lock_guard<std::mutex> guard(mutex_);
+    loop_ = std::move(loop);
+    if (ports_.empty()) {
+        __android_log_print(ANDROID_LOG_WARN, kTag,
+                            "no UVC gadget function yet (set up the gadget, or name the nodes in "
+                            "UVC_GADGET_NODES); looking again every second");
+        return -1;
+    }
+    return 0;
+}
+
+void GadgetCore::attach(unsigned projector, bool quiet) {
     std::vector<std::string> notes;
     const NodeDiscovery discovery("/sys/class/video4linux",
                                   environment("UVC_GADGET_CONFIGFS", "/sys/kernel/config"), "/dev");
     const std::vector<GadgetNode> nodes =
         discovery.find(environment("UVC_GADGET_NODES", ""), notes);
+    auto report = [quiet](int priority, const std::string& text) {
+        if (!quiet)
+            __android_log_print(priority, kTag, "%s", text.c_str());
+    };
     for (const std::string& note : notes)
-        __android_log_print(ANDROID_LOG_WARN, kTag, "%s", note.c_str());
+        report(ANDROID_LOG_WARN, note);
 
-    std::vector<std::unique_ptr<StreamPort>> ports;
-    std::vector<PollSource*> sources;
     for (const GadgetNode& node : nodes) {
+        StreamPort* existing = nullptr;
+        bool numbersTaken = false;
+        {
+            std::lock_guard<std::mutex> guard(mutex_);
+            for (const auto& p : ports_) {
+                if (p->functionDir() == node.functionDir)
+                    existing = p.get();
+                if (p->streamId() == node.streamId && p->streamIdx() == node.streamIdx)
+                    numbersTaken = true;
+            }
+        }
+        if ((existing != nullptr && !existing->lost()) || (existing == nullptr && numbersTaken))
+            continue;
         GadgetFunction function;
         std::string error;
         if (!ConfigfsFunction(node.functionDir).load(function, error)) {
-            __android_log_print(ANDROID_LOG_ERROR, kTag, "%s", error.c_str());
+            report(ANDROID_LOG_ERROR, error);
+            continue;
+        }
+        if (existing != nullptr) {
+            if (!existing->reopen(node.videoPath, std::move(function), error))
+                report(ANDROID_LOG_ERROR, error);
             continue;
         }
         auto port = std::make_unique<StreamPort>(node, std::move(function), *this);
         if (!port->open(error)) {
-            __android_log_print(ANDROID_LOG_ERROR, kTag, "%s", error.c_str());
+            report(ANDROID_LOG_ERROR, error);
             continue;
         }
         __android_log_print(ANDROID_LOG_INFO, kTag, "projector %u: %s (%s) is stream %u:%u",
                             projector, node.videoPath.c_str(), node.functionDir.c_str(),
                             node.streamId, node.streamIdx);
-        sources.push_back(port.get());
-        ports.push_back(std::move(port));
+        std::lock_guard<std::mutex> guard(mutex_);
+        ports_.push_back(std::move(port));
     }
-    if (ports.empty()) {
-        __android_log_print(ANDROID_LOG_ERROR, kTag,
-                            "no UVC gadget function to serve (set up the gadget, or name the "
-                            "nodes in UVC_GADGET_NODES)");
-        return -1;
+}
+
+bool GadgetCore::missingPorts() {
+    std::lock_guard<std::mutex> guard(mutex_);
+    if (ports_.empty())
+        return true;
+    for (const auto& p : ports_) {
+        if (p->lost())
+            return true;
     }
-    auto loop = std::make_unique<EventLoop>(std::move(sources));
-    std::string error;
-    if (!loop->start(error)) {
-        __android_log_print(ANDROID_LOG_ERROR, kTag, "%s", error.c_str());
-        while (!ports.empty())
-            ports.pop_back();
-        return -1;
-    }
-    ports_ = std::move(ports);
-    loop_ = std::move(loop);
-    return 0;
+    return false;
+}
+
+void GadgetCore::rescan() {
+    if (!missingPorts())
+        return;
+    // The first attempt after a loss says what is missing; later ones, once
+    // a second, stay quiet until the ports are complete again.
+    attach(0, rescanQuiet_);
+    rescanQuiet_ = missingPorts();
+}
+
+std::vector<PollSource*> GadgetCore::sources() {
+    loopThread_ = std::this_thread::get_id();
+    std::lock_guard<std::mutex> guard(mutex_);
+    std::vector<PollSource*> result;
+    result.reserve(ports_.size());
+    for (const auto& p : ports_)
+        result.push_back(p.get());
+    return result;
+}
+
+bool GadgetCore::onLoopThread() const {
+    return std::this_thread::get_id() == loopThread_.load();
 }
 
 void GadgetCore::stop(std::unique_lock<std::mutex>& guard) {
     if (!loop_)
         return;
-    if (loop_->onLoopThread()) {
+    if (onLoopThread()) {
         __android_log_print(ANDROID_LOG_WARN, kTag,
                             "last bridge destroyed on the event thread; the bridge keeps running");
         return;
@@ -132,6 +199,7 @@ void GadgetCore::stop(std::unique_lock<std::mutex>& guard) {
     guard.unlock();
     loop->stop();
     loop.reset();
+    loopThread_ = std::thread::id();
     while (!ports.empty())
         ports.pop_back();
     guard.lock();
@@ -159,7 +227,7 @@ int GadgetCore::sendFrame(AHardwareBuffer* buffer, uint32_t size, uint8_t stream
 
 void GadgetCore::appMessage(const std::string& text) {
     std::lock_guard<std::mutex> guard(mutex_);
-    if (capturing_ && loop_ && loop_->onLoopThread()) {
+    if (capturing_ && std::this_thread::get_id() == captureThread_) {
         captured_.push_back(text);
         return;
     }
@@ -191,6 +259,7 @@ std::vector<std::string> GadgetCore::setting(const std::string& message, uint8_t
         std::lock_guard<std::mutex> guard(mutex_);
         captured_.clear();
         capturing_ = true;
+        captureThread_ = std::this_thread::get_id();
     }
     deliver([&](trevo::HotPlugHandler& h) { h.setting(message, streamId, streamIdx); });
     std::lock_guard<std::mutex> guard(mutex_);

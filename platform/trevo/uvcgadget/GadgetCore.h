@@ -6,6 +6,7 @@
 
 #include <android/hardware_buffer.h>
 
+#include <atomic>
 #include <condition_variable>
 #include <cstdint>
 #include <memory>
@@ -23,7 +24,9 @@ namespace uvc_gadget {
 
 // Every operation is thread-safe. Life cycle: registerProjector starts the bridge (finds the
 // functions' nodes, opens a StreamPort for each, starts the event thread); it runs until the last
-// bridge object is destroyed, which stops the thread and closes the nodes. hotplug and setting
+// bridge object is destroyed, which stops the thread and closes the nodes. While no function is
+// found, or a port's node vanished, the event thread looks for them once a second, so that a
+// gadget set up (or bound again) after the start is served. hotplug and setting
 // reach the handler on the event thread only; unregistering waits for a call in progress, unless
 // made from inside it. A bridge object may not be destroyed on the event thread (from inside a
 // handler call) as the last one: the thread cannot join itself, so the bridge then keeps running.
@@ -60,7 +63,17 @@ private:
     template <typename Call>
     void deliver(Call call);
     void stop(std::unique_lock<std::mutex>& guard);
+    // Opens a port for every function node found that has none (its stream
+    // numbers free) and opens lost ports' nodes again. Ports are added under
+    // mutex_; lost ports are reopened on the event thread only.
+    void attach(unsigned projector, bool quiet);
+    // Event thread: once a second while no port or a lost one exists.
+    void rescan();
+    bool missingPorts();
+    std::vector<PollSource*> sources();
+    bool onLoopThread() const;
 
+    std::mutex startMutex_;  // serialises registerProjector
     std::mutex mutex_;
     std::condition_variable idle_;
     trevo::HotPlugHandler* handler_ = nullptr;
@@ -69,13 +82,16 @@ private:
     size_t liveBridges_ = 0;
     uint64_t nextToken_ = 0;
 
-    // Set by registerProjector, cleared when the last bridge goes; the ports
-    // live as long as any bridge object, so a port found under mutex_ is used
-    // without it.
+    // Filled by registerProjector and the event thread (never shrinking while
+    // it runs), cleared when the last bridge goes; the ports live as long as
+    // any bridge object, so a port found under mutex_ is used without it.
     std::vector<std::unique_ptr<StreamPort>> ports_;
     std::unique_ptr<EventLoop> loop_;
+    std::atomic<std::thread::id> loopThread_{};
+    bool rescanQuiet_ = false;  // event thread only
 
     bool capturing_ = false;
+    std::thread::id captureThread_;
     std::vector<std::string> captured_;
 };
 

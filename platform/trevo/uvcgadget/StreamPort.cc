@@ -49,8 +49,8 @@ StreamPort::StreamPort(GadgetNode node, GadgetFunction function, PortListener& l
     : node_(std::move(node)),
       listener_(listener),
       settings_(*this),
-      requests_(std::move(function), settings_),
-      committed_(requests_.probeCommit().committedFormat()) {}
+      requests_(std::make_unique<RequestHandler>(std::move(function), settings_)),
+      committed_(requests_->probeCommit().committedFormat()) {}
 
 StreamPort::~StreamPort() {
     std::lock_guard<std::mutex> guard(mutex_);
@@ -138,6 +138,21 @@ int StreamPort::sendFrame(AHardwareBuffer* buffer, uint32_t size) {
     return 0;
 }
 
+bool StreamPort::reopen(const std::string& videoPath, GadgetFunction function, std::string& error) {
+    node_.videoPath = videoPath;
+    auto requests = std::make_unique<RequestHandler>(std::move(function), settings_);
+    const StreamFormat format = requests->probeCommit().committedFormat();
+    if (!open(error))
+        return false;
+    requests_ = std::move(requests);
+    std::lock_guard<std::mutex> guard(mutex_);
+    committed_ = format;
+    lost_ = false;
+    __android_log_print(ANDROID_LOG_INFO, kTag, "stream %u:%u: %s opened again", streamId(),
+                        streamIdx(), videoPath.c_str());
+    return true;
+}
+
 int StreamPort::pollFd() const {
     // poll() skips negative descriptors: a lost node is closed and no longer
     // watched.
@@ -146,8 +161,8 @@ int StreamPort::pollFd() const {
 
 void StreamPort::lose() {
     __android_log_print(ANDROID_LOG_ERROR, kTag,
-                        "stream %u:%u: %s is gone (gadget unbound?); it is no longer served, "
-                        "restart the bridge once the gadget is bound again",
+                        "stream %u:%u: %s is gone (gadget unbound?); it is served again once "
+                        "its function has a node",
                         streamId(), streamIdx(), node_.videoPath.c_str());
     bool wasStreaming;
     {
@@ -252,15 +267,15 @@ void StreamPort::handleEvent(const v4l2_event& event) {
             break;
         }
         case UVC_EVENT_SETUP: {
-            const int result = video_->sendResponse(requests_.setup(uvc.req));
+            const int result = video_->sendResponse(requests_->setup(uvc.req));
             if (result != 0)
                 __android_log_print(ANDROID_LOG_WARN, kTag, "stream %u:%u: response failed: %s",
                                     streamId(), streamIdx(), strerror(-result));
             break;
         }
         case UVC_EVENT_DATA:
-            if (requests_.data(uvc.data)) {
-                const StreamFormat format = requests_.probeCommit().committedFormat();
+            if (requests_->data(uvc.data)) {
+                const StreamFormat format = requests_->probeCommit().committedFormat();
                 __android_log_print(ANDROID_LOG_INFO, kTag,
                                     "stream %u:%u: committed %.4s %ux%u at %d fps", streamId(),
                                     streamIdx(), reinterpret_cast<const char*>(&format.fourcc),

@@ -42,7 +42,8 @@ public:
 // the port's own lock is released. Finished output buffers are taken back
 // when the node reports them (POLLOUT) or when sendFrame finds none free.
 // A node that disappears (the gadget unbound from its controller) ends the
-// stream and is not opened again: the bridge serves it after a restart.
+// stream and is closed; the bridge opens the function's node again when it
+// is back (reopen).
 // configuration() and sendFrame() are thread-safe; sendFrame holds the lock
 // for one copy, so the event thread waits at most that long.
 class StreamPort : public PollSource {
@@ -63,6 +64,14 @@ public:
 
     uint8_t streamId() const { return node_.streamId; }
     uint8_t streamIdx() const { return node_.streamIdx; }
+    const std::string& functionDir() const { return node_.functionDir; }
+
+    // Event thread only: whether the node vanished (see lose()), and opening
+    // the function's node again once it is back, with the function's
+    // declaration as it is now. False with a reason when the node cannot be
+    // opened; the port stays lost.
+    bool lost() const { return lost_; }
+    bool reopen(const std::string& videoPath, GadgetFunction function, std::string& error);
 
     // The running stream's format while the host streams, else the last
     // committed one (the function's default before any commit).
@@ -99,10 +108,10 @@ private:
     // the unbind waiting.
     void lose();
 
-    const GadgetNode node_;
+    GadgetNode node_;  // videoPath changes on the event thread only
     PortListener& listener_;
     LibrarySettings settings_;
-    RequestHandler requests_;  // event thread only
+    std::unique_ptr<RequestHandler> requests_;  // event thread only
 
     mutable std::mutex mutex_;
     std::unique_ptr<VideoNode> video_;  // null once lost

@@ -3,6 +3,7 @@
 #include <poll.h>
 #include <sys/eventfd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <system_error>
@@ -14,7 +15,9 @@ namespace uvc_gadget {
 
 PollSource::~PollSource() = default;
 
-EventLoop::EventLoop(std::vector<PollSource*> sources) : sources_(std::move(sources)) {}
+EventLoop::EventLoop(Sources sources, std::function<void()> tick,
+                     std::chrono::milliseconds tickInterval)
+    : sources_(std::move(sources)), tick_(std::move(tick)), tickInterval_(tickInterval) {}
 
 EventLoop::~EventLoop() {
     stop();
@@ -50,21 +53,36 @@ void EventLoop::stop() {
 }
 
 void EventLoop::run() {
-    std::vector<pollfd> fds(sources_.size() + 1);
+    using Clock = std::chrono::steady_clock;
+    std::vector<pollfd> fds;
+    std::vector<PollSource*> sources;
+    Clock::time_point nextTick = Clock::now() + tickInterval_;
     while (!stopping_) {
+        sources = sources_();
+        fds.resize(sources.size() + 1);
         fds[0] = {wake_.get(), POLLIN, 0};
-        for (size_t i = 0; i < sources_.size(); ++i)
-            fds[i + 1] = {sources_[i]->pollFd(), sources_[i]->pollEvents(), 0};
-        const int ready = poll(fds.data(), fds.size(), -1);
+        for (size_t i = 0; i < sources.size(); ++i)
+            fds[i + 1] = {sources[i]->pollFd(), sources[i]->pollEvents(), 0};
+        int timeout = -1;
+        if (tick_) {
+            const auto left =
+                std::chrono::duration_cast<std::chrono::milliseconds>(nextTick - Clock::now());
+            timeout = static_cast<int>(std::max<int64_t>(0, left.count()));
+        }
+        const int ready = poll(fds.data(), fds.size(), timeout);
         if (ready < 0) {
             if (errno == EINTR)
                 continue;
             __android_log_print(ANDROID_LOG_ERROR, "UvcGadget", "poll failed: %s", strerror(errno));
             return;
         }
-        for (size_t i = 0; i < sources_.size() && !stopping_; ++i) {
+        for (size_t i = 0; i < sources.size() && !stopping_; ++i) {
             if (fds[i + 1].revents != 0)
-                sources_[i]->onPoll(fds[i + 1].revents);
+                sources[i]->onPoll(fds[i + 1].revents);
+        }
+        if (tick_ && !stopping_ && Clock::now() >= nextTick) {
+            tick_();
+            nextTick = Clock::now() + tickInterval_;
         }
     }
 }

@@ -1,6 +1,8 @@
 #pragma once
 
 #include <atomic>
+#include <chrono>
+#include <functional>
 #include <string>
 #include <thread>
 #include <vector>
@@ -19,13 +21,17 @@ public:
     virtual void onPoll(short revents) = 0;
 };
 
-// The bridge's event thread: one poll() over a fixed set of sources and a
-// wake-up eventfd. Sources are borrowed and must outlive the loop. start()
-// and stop() are called from one controlling thread, never from the loop
-// thread.
+// The bridge's event thread: one poll() over the current sources and a
+// wake-up eventfd. Before every wait it asks `sources` for the sources to
+// watch (borrowed: each must live until the loop has stopped); with a `tick`
+// it also calls that about once per `tickInterval`, on the loop thread.
+// start() and stop() are called from one controlling thread, never from the
+// loop thread.
 class EventLoop {
 public:
-    explicit EventLoop(std::vector<PollSource*> sources);
+    using Sources = std::function<std::vector<PollSource*>()>;
+    EventLoop(Sources sources, std::function<void()> tick = {},
+              std::chrono::milliseconds tickInterval = std::chrono::seconds(1));
     // Stops the thread if it still runs.
     ~EventLoop();
     EventLoop(const EventLoop&) = delete;
@@ -41,7 +47,9 @@ public:
 private:
     void run();
 
-    std::vector<PollSource*> sources_;
+    Sources sources_;
+    std::function<void()> tick_;
+    std::chrono::milliseconds tickInterval_;
     UniqueFd wake_;
     std::atomic<bool> stopping_{false};
     std::thread thread_;
