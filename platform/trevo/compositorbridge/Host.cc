@@ -77,6 +77,9 @@ void Host::clearFrames() {
 void Host::setCopyFrameBytes(bool on) {
     core().setCopyFrameBytes(on);
 }
+void Host::setHostDelay(uint8_t id, uint8_t idx, std::chrono::milliseconds delay) {
+    core().setHostDelay(id, idx, delay);
+}
 void Host::setFrameListener(std::function<void(const ReceivedFrame&)> f) {
     core().setFrameListener(std::move(f));
 }

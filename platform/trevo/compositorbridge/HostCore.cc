@@ -114,6 +114,7 @@ int HostCore::receiveFrame(AHardwareBuffer* buffer, uint32_t size, uint8_t id, u
     if (buffer == nullptr)
         return -EINVAL;
     bool copy;
+    std::chrono::milliseconds delay{0};
     std::function<void(const ReceivedFrame&)> listener;
     {
         std::lock_guard<std::mutex> guard(mutex_);
@@ -125,6 +126,9 @@ int HostCore::receiveFrame(AHardwareBuffer* buffer, uint32_t size, uint8_t id, u
         }
         copy = copyBytes_;
         listener = listener_;
+        auto slow = hostDelays_.find(streamKey(id, idx));
+        if (slow != hostDelays_.end())
+            delay = slow->second;
     }
     AHardwareBuffer_Desc desc = {};
     AHardwareBuffer_describe(buffer, &desc);
@@ -152,6 +156,8 @@ int HostCore::receiveFrame(AHardwareBuffer* buffer, uint32_t size, uint8_t id, u
     }
     if (listener)
         listener(frame);
+    if (delay.count() > 0)
+        std::this_thread::sleep_for(delay);  // outside every lock: only this stream waits
     return 0;
 }
 
@@ -167,6 +173,7 @@ void HostCore::reset() {
     copyBytes_ = true;
     listener_ = nullptr;
     failSends_ = 0;
+    hostDelays_.clear();
     rejected_ = 0;
     dropped_ = 0;
     changed_.notify_all();
@@ -353,6 +360,14 @@ void HostCore::setCopyFrameBytes(bool on) {
 void HostCore::setFrameListener(std::function<void(const ReceivedFrame&)> f) {
     std::lock_guard<std::mutex> guard(mutex_);
     listener_ = std::move(f);
+}
+
+void HostCore::setHostDelay(uint8_t id, uint8_t idx, std::chrono::milliseconds delay) {
+    std::lock_guard<std::mutex> guard(mutex_);
+    if (delay.count() > 0)
+        hostDelays_[streamKey(id, idx)] = delay;
+    else
+        hostDelays_.erase(streamKey(id, idx));
 }
 
 void HostCore::failSends(int n) {

@@ -61,6 +61,7 @@ public:
     void clearFrames();
     void setCopyFrameBytes(bool on);
     void setFrameListener(std::function<void(const ReceivedFrame&)> f);
+    void setHostDelay(uint8_t id, uint8_t idx, std::chrono::milliseconds delay);
     void failSends(int n);
     size_t rejectedSends() const;
     size_t liveBridges() const;
@@ -109,6 +110,7 @@ private:
     std::vector<ReceivedFrame> frames_;
     bool copyBytes_ = true;
     std::function<void(const ReceivedFrame&)> listener_;
+    std::map<uint16_t, std::chrono::milliseconds> hostDelays_;
     int failSends_ = 0;
     size_t rejected_ = 0;
     size_t dropped_ = 0;

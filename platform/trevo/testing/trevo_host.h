@@ -37,7 +37,7 @@ class Host {
 public:
     static Host& instance();
 
-    // Forgets configurations, records, faults, the frame listener and the
+    // Forgets configurations, records, faults, host delays, the frame listener and the
     // registered handler; shuts the lanes down (see above). Copy mode back on.
     void reset();
 
@@ -78,6 +78,9 @@ public:
     // Called on the sending thread for every accepted frame, after it was
     // recorded; must not call back into the bridge. Empty function: none.
     void setFrameListener(std::function<void(const ReceivedFrame&)> f);
+    // Makes every sendFrameBuffer of stream id:idx take `delay` longer (after
+    // the frame was recorded), as a host that reads slowly would; 0 ends it.
+    void setHostDelay(uint8_t id, uint8_t idx, std::chrono::milliseconds delay);
     // The next n sendFrameBuffer calls report a lost gadget connection; such
     // frames are not recorded in frames().
     void failSends(int n);
