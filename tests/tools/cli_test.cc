@@ -62,7 +62,8 @@ TEST(StreamOptionsTest, DefaultsAndFullCommandLine) {
 
     o = parseStream({"--stream", "1:3", "--stream=0:2", "--size", "1280x720", "--fps", "60",
                      "--format", "NV12", "--frames", "300", "--output", "v.yuv", "--save-frame",
-                     "4", "f.jpg", "--json", "--no-progress"},
+                     "4", "f.jpg", "--json", "--no-progress", "--host-delay", "0:2=40",
+                     "--host-delay=1:3=0"},
                     &line);
     ASSERT_EQ(line.command, CommandLine::Command::Stream) << line.text;
     ASSERT_EQ(o.streams.size(), 2u);
@@ -76,6 +77,10 @@ TEST(StreamOptionsTest, DefaultsAndFullCommandLine) {
     EXPECT_EQ(o.saveFrames[0].path, "f.jpg");
     EXPECT_TRUE(o.json);
     EXPECT_FALSE(o.progress);
+    ASSERT_EQ(o.hostDelaysMs.size(), 2u);
+    EXPECT_EQ(o.hostDelaysMs[0].first.text() + "=" + std::to_string(o.hostDelaysMs[0].second),
+              "0:2=40");
+    EXPECT_EQ(o.hostDelaysMs[1].second, 0u);
 
     o = parseStream({"--stream", "all"}, &line);
     ASSERT_EQ(line.command, CommandLine::Command::Stream);
@@ -119,6 +124,10 @@ TEST(StreamOptionsTest, RejectsBadValuesWithOneReason) {
         {"extra"},
         {"--json=yes"},
         {"--fps-tolerance", "101"},
+        {"--host-delay", "0:0"},
+        {"--host-delay", "0:4=40"},
+        {"--host-delay", "0:0=-1"},
+        {"--host-delay", "0:0=60001"},
     };
     for (const auto& args : bad) {
         CommandLine line;

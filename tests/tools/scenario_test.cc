@@ -55,6 +55,7 @@ TEST(ScenarioParseTest, ReadsEveryAction) {
         "{\"control\":\"not json\"}",
         "{\"wait_ms\":250}",
         "{\"fail_sends\":2}",
+        "{\"host_delay\":{\"stream\":\"1:2\",\"ms\":40}}",
         "{\"expect\":{\"frames\":{\"stream\":\"0:1\",\"min\":3,\"max\":9},\"within_ms\":100}}",
         "{\"expect\":{\"reply_contains\":\"hue\"}}",
         "{\"expect\":{\"replies\":{\"max\":0}}}",
@@ -63,7 +64,7 @@ TEST(ScenarioParseTest, ReadsEveryAction) {
     std::vector<ScenarioEvent> e;
     std::string error;
     ASSERT_TRUE(parseScenario(lines, &e, &error)) << error;
-    ASSERT_EQ(e.size(), 10u);
+    ASSERT_EQ(e.size(), 11u);
     EXPECT_EQ(e[0].line, 2);
     EXPECT_EQ(e[0].atMs, 0);
     EXPECT_EQ(e[0].stream.text(), "0:1");
@@ -77,13 +78,16 @@ TEST(ScenarioParseTest, ReadsEveryAction) {
     EXPECT_EQ(e[3].message, "not json");
     EXPECT_EQ(e[4].waitMs, 250u);
     EXPECT_EQ(e[5].failCount, 2);
-    EXPECT_EQ(e[6].subject, ScenarioEvent::Subject::Frames);
-    EXPECT_EQ(e[6].min, 3u);
-    EXPECT_EQ(e[6].max, 9u);
-    EXPECT_EQ(e[6].withinMs, 100u);
-    EXPECT_EQ(e[7].text, "hue");
-    EXPECT_EQ(e[8].max, 0u);
-    EXPECT_EQ(e[9].subject, ScenarioEvent::Subject::Recoveries);
+    EXPECT_EQ(e[6].kind, ScenarioEvent::Kind::HostDelay);
+    EXPECT_EQ(e[6].stream.text(), "1:2");
+    EXPECT_EQ(e[6].delayMs, 40u);
+    EXPECT_EQ(e[7].subject, ScenarioEvent::Subject::Frames);
+    EXPECT_EQ(e[7].min, 3u);
+    EXPECT_EQ(e[7].max, 9u);
+    EXPECT_EQ(e[7].withinMs, 100u);
+    EXPECT_EQ(e[8].text, "hue");
+    EXPECT_EQ(e[9].max, 0u);
+    EXPECT_EQ(e[10].subject, ScenarioEvent::Subject::Recoveries);
 }
 
 TEST(ScenarioParseTest, ErrorsNameTheLine) {
@@ -107,6 +111,10 @@ TEST(ScenarioParseTest, ErrorsNameTheLine) {
               std::string::npos);
     EXPECT_NE(parseError({"{\"control\":42}"}).find("control"), std::string::npos);
     EXPECT_NE(parseError({"{\"wait_ms\":1,\"stream\":\"0:0\"}"}).find("unknown key"),
+              std::string::npos);
+    EXPECT_NE(parseError({"{\"host_delay\":{\"stream\":\"0:0\"}}"}).find("give \"stream\" and"),
+              std::string::npos);
+    EXPECT_NE(parseError({"{\"host_delay\":{\"stream\":\"0:0\",\"ms\":60001}}"}).find("ms"),
               std::string::npos);
     EXPECT_EQ(parseError({"# only a comment"}), "0: no events");
 }
