@@ -186,7 +186,7 @@ void StreamHandler::handOver() {
         const auto now = std::chrono::steady_clock::now();
         if (now - lastRepair >= kRepairInterval) {
             lastRepair = now;
-            bufferMgmt->repair();
+            bufferMgmt->tryRepair();  // the loop thread never waits for a conversion
         }
     }
     buffers->sendFrame(bufferMgmt);

@@ -51,6 +51,28 @@ BufferMgmt::BufferMgmt(unsigned count, unsigned size, trevo::CompositorBridge* b
 
 int BufferMgmt::repair() {
     std::lock_guard<std::recursive_mutex> guard(lock);
+    return repairLocked();
+}
+
+int BufferMgmt::tryRepair() {
+    std::unique_lock<std::recursive_mutex> guard(lock, std::try_to_lock);
+    return guard.owns_lock() ? repairLocked() : missingCount.load();
+}
+
+void BufferMgmt::frameDropped() {
+    ++droppedSinceReport;
+    const auto now = std::chrono::steady_clock::now();
+    if (dropReported && now - lastDropReport < std::chrono::seconds(1))
+        return;
+    __android_log_print(ANDROID_LOG_WARN, kTag,
+                        "Stream [%u] [%u]: host busy, %u frame(s) dropped\n", stream_id,
+                        stream_idx, droppedSinceReport);
+    droppedSinceReport = 0;
+    dropReported = true;
+    lastDropReport = now;
+}
+
+int BufferMgmt::repairLocked() {
     if (missing.empty())
         return 0;
     for (auto it = missing.begin(); it != missing.end();) {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <atomic>
+#include <chrono>
 #include <cstdint>
 #include <memory>
 #include <mutex>
@@ -47,6 +48,13 @@ public:
     // it returns how many are still missing. Thread-safe (takes `lock`).
     int repair();
     int missingBuffers() const { return missingCount; }
+    // repair() for the loop thread: does nothing while a conversion runs.
+    int tryRepair();
+
+    // Counts a frame the hand-over had to drop because the stream was busy
+    // (no free hardware buffer, or a conversion running) and says so at most
+    // once a second. Called under the stream handler's lock only.
+    void frameDropped();
 
     bool isRunning() const { return running; }
     bool isThreadStarted() const;
@@ -62,11 +70,16 @@ public:
     util::BlockingQueue<std::unique_ptr<FlatTestBuffer>> convertQ;
 
 private:
+    int repairLocked();
+
     uint8_t stream_id;
     uint8_t stream_idx;
     const unsigned bufferSize;
     std::vector<std::unique_ptr<FlatTestBuffer>> missing;  // guarded by `lock`
     std::atomic<int> missingCount{0};
+    unsigned droppedSinceReport = 0;
+    bool dropReported = false;
+    std::chrono::steady_clock::time_point lastDropReport;
     std::thread msgThread;
     // Read by the conversion thread outside `lock` between buffers.
     std::atomic<bool> running{true};

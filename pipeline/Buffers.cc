@@ -58,14 +58,18 @@ unsigned Buffers::sendFrame(const std::unique_ptr<BufferMgmt>& mgmt) {
 unsigned Buffers::handOver(const DynamicBuffer& frame, BufferMgmt& mgmt) {
     std::unique_ptr<FlatTestBuffer> hw;
     {
-        // The conversion thread needs this lock before it can give buffers
-        // back, so waiting for one here would stop it for good: when every
-        // hardware buffer is busy the frame is dropped instead.
-        std::lock_guard<std::recursive_mutex> guard(mgmt.lock);
-        mgmt.fillQ.tryPop(hw);
+        // The conversion thread holds this lock across convert, sink and
+        // bridge, so a slow host keeps it for as long as its frame takes.
+        // This runs on the loop thread of every stream: waiting here would
+        // hold up all of them, so a busy stream loses this frame instead,
+        // as it does when every hardware buffer awaits conversion (waiting
+        // for one would stop the conversion thread for good).
+        std::unique_lock<std::recursive_mutex> guard(mgmt.lock, std::try_to_lock);
+        if (guard.owns_lock())
+            mgmt.fillQ.tryPop(hw);
     }
     if (!hw) {
-        std::puts("cannot receive fill buffer");
+        mgmt.frameDropped();
         return 0;
     }
     if (frame.length > frame.capacity) {

@@ -8,6 +8,7 @@
 
 #include <atomic>
 #include <cerrno>
+#include <climits>
 #include <cstdio>
 #include <cstring>
 
@@ -140,6 +141,14 @@ void DemoBuffer::warnOnce(const char* path, const char* reason) {
                         path, reason);
 }
 
+void DemoBuffer::CompressorDeleter::operator()(void* handle) const {
+    tjDestroy(handle);
+}
+
+void DemoBuffer::JpegDeleter::operator()(unsigned char* block) const {
+    tjFree(block);
+}
+
 unsigned DemoBuffer::compressJpeg(const trevo::HalUvcConfig& config, void* buffer, unsigned size) {
     const int width = config.width;
     const int height = config.height;
@@ -158,17 +167,34 @@ unsigned DemoBuffer::compressJpeg(const trevo::HalUvcConfig& config, void* buffe
         std::memset(row, sharedJpegPatternValue.fetch_add(1), rowLength);
         row += rowLength;
     }
-    tjhandle compressor = tjInitCompress();
-    if (compressor == nullptr) {
-        __android_log_print(ANDROID_LOG_ERROR, kTag, "Compress to jpeg failed: %s\n",
-                            tjGetErrorStr());
+    if (!compressor) {
+        compressor.reset(tjInitCompress());
+        if (!compressor) {
+            __android_log_print(ANDROID_LOG_ERROR, kTag, "Compress to jpeg failed: %s\n",
+                                tjGetErrorStr());
+            return 0;
+        }
+    }
+    const unsigned long capacity = tjBufSize(width, height, TJSAMP_420);
+    if (capacity == static_cast<unsigned long>(-1) || capacity > INT_MAX) {
+        std::printf("Frame of %dx%d is too large for JPEG\n", width, height);
         return 0;
     }
-    unsigned char* jpeg = nullptr;
-    unsigned long jpegSize = 0;
+    if (capacity != jpegCapacity) {
+        jpegBlock.reset(tjAlloc(static_cast<int>(capacity)));
+        jpegCapacity = jpegBlock ? capacity : 0;
+        if (!jpegBlock) {
+            __android_log_print(ANDROID_LOG_ERROR, kTag, "Compress to jpeg failed: no memory\n");
+            return 0;
+        }
+    }
+    unsigned char* jpeg = jpegBlock.get();
+    unsigned long jpegSize = jpegCapacity;
     unsigned result = 0;
-    if (tjCompressFromYUV(compressor, static_cast<const unsigned char*>(buffer), width, kJpegPad,
-                          height, TJSAMP_420, &jpeg, &jpegSize, kJpegQuality, 0) < 0) {
+    // The block holds the worst case, so TurboJPEG never needs to grow it.
+    if (tjCompressFromYUV(compressor.get(), static_cast<const unsigned char*>(buffer), width,
+                          kJpegPad, height, TJSAMP_420, &jpeg, &jpegSize, kJpegQuality,
+                          TJFLAG_NOREALLOC) < 0) {
         __android_log_print(ANDROID_LOG_ERROR, kTag, "Compress to jpeg failed: %s\n",
                             tjGetErrorStr());
     } else if (!fits(jpegSize, size)) {
@@ -180,8 +206,6 @@ unsigned DemoBuffer::compressJpeg(const trevo::HalUvcConfig& config, void* buffe
         std::memcpy(buffer, jpeg, jpegSize);
         result = static_cast<unsigned>(jpegSize);
     }
-    tjDestroy(compressor);
-    tjFree(jpeg);
     return result;
 }
 

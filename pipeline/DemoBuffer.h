@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
 
 #include "trevo/HalUvcConfig.h"
 
@@ -45,6 +46,19 @@ public:
     uint8_t nv12Value = 0;
 
 private:
+    // TurboJPEG's compressor and an output block of the largest JPEG of the
+    // current size, kept across frames: making them per frame cost a dozen
+    // heap allocations on the loop thread.
+    struct CompressorDeleter {
+        void operator()(void* handle) const;
+    };
+    struct JpegDeleter {
+        void operator()(unsigned char* block) const;
+    };
+    std::unique_ptr<void, CompressorDeleter> compressor;
+    std::unique_ptr<unsigned char, JpegDeleter> jpegBlock;
+    unsigned long jpegCapacity = 0;
+
     bool fileWarningGiven = false;
 
     unsigned fillPattern(int width, int height, unsigned rowLength, uint8_t& value, void* buffer,

@@ -4,6 +4,7 @@
 #include <memory>
 #include <mutex>
 #include <set>
+#include <shared_mutex>
 #include <utility>
 
 #include "trevo/ConverterCbInterface.h"
@@ -25,8 +26,9 @@ namespace trevo {
 // inline and so belong to the program that uses the factory. Beyond the
 // library's own interface this header offers unregisterFrameSink(): a sink
 // must be unregistered before it is destroyed, and the factory delivers frames
-// under the same mutex, so once unregisterFrameSink() has returned the sink is
-// not called again.
+// under the same mutex (shared, so that the conversions of different streams
+// do not wait for each other's sinks), so once unregisterFrameSink() has
+// returned the sink is not called again.
 class TREVO_EXPORT ConversionFactory : public ConverterCbInterface {
 public:
     static ConversionFactory& getInstance() {
@@ -55,20 +57,20 @@ public:
     ConversionFactory& operator=(const ConversionFactory&) = delete;
 
     void registerFrameSink(FrameReceiver* sink) {
-        std::lock_guard<std::mutex> guard(sinksMutex);
+        std::lock_guard<std::shared_mutex> guard(sinksMutex);
         sinks.insert(sink);
     }
     // Returns only when no delivery to `sink` is running any more.
     void unregisterFrameSink(FrameReceiver* sink) {
-        std::lock_guard<std::mutex> guard(sinksMutex);
+        std::lock_guard<std::shared_mutex> guard(sinksMutex);
         sinks.erase(sink);
     }
     bool hasFrameSink(FrameReceiver* sink) {
-        std::lock_guard<std::mutex> guard(sinksMutex);
+        std::lock_guard<std::shared_mutex> guard(sinksMutex);
         return sinks.count(sink) != 0;
     }
     size_t frameSinkCount() {
-        std::lock_guard<std::mutex> guard(sinksMutex);
+        std::lock_guard<std::shared_mutex> guard(sinksMutex);
         return sinks.size();
     }
     // The converter table: (input format, output format) -> converter.
@@ -95,7 +97,7 @@ private:
     std::set<FrameReceiver*> sinks;
     std::shared_ptr<RawConversionBufferQueue> rawQueue;
     std::shared_ptr<ConverterYUV420YUY2> yuvConverter;
-    std::mutex sinksMutex;
+    std::shared_mutex sinksMutex;
     std::map<std::pair<int, int>, ConverterInterface*> converters;
     PluginManager pluginManager;
 };

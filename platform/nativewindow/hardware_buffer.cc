@@ -37,18 +37,21 @@ std::atomic<size_t> gAllocateCalls{0};
 std::atomic<int> gSerial{0};
 
 std::mutex gFaultMutex;
-int gFailAllocations = 0;
-int gFailAllocationStatus = -ENOMEM;
-int gFailLocks = 0;
-int gFailUnlocks = 0;
+// Atomic, so that the lock and unlock of every frame take no lock shared by
+// all streams when no fault is pending.
+std::atomic<int> gFailAllocations{0};
+int gFailAllocationStatus = -ENOMEM;  // guarded by gFaultMutex
+std::atomic<int> gFailLocks{0};
+std::atomic<int> gFailUnlocks{0};
 
 // Consumes one pending failure of a counter; true when the call is to fail.
-bool takeFault(int& counter) {
-    std::lock_guard<std::mutex> guard(gFaultMutex);
-    if (counter <= 0)
-        return false;
-    --counter;
-    return true;
+bool takeFault(std::atomic<int>& counter) {
+    int n = counter.load();
+    while (n > 0) {
+        if (counter.compare_exchange_weak(n, n - 1))
+            return true;
+    }
+    return false;
 }
 
 // Bytes per pixel times 2, so that 4:2:0 (1.5 bytes) stays integral.

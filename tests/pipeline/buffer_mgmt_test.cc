@@ -237,7 +237,10 @@ TEST_F(BufferMgmtTest, FailedLockInTheConversionThreadSendsNothingAndKeepsTheBuf
 TEST_F(BufferMgmtTest, SteadyFramePathAllocatesNothing) {
     if (!UVC_COUNT_ALLOCATIONS)
         GTEST_SKIP() << "allocation counting needs a plain build";
-    host.setCopyFrameBytes(false);  // the stand-in's copy is not the product's
+    // The host records and hands on each frame's bytes, as uvc-host does: a
+    // stand-in that allocated per frame would hide the library's count.
+    std::atomic<size_t> heard{0};
+    host.setFrameListener([&](const trevo_standin::ReceivedFrame& f) { heard += f.bytes.size(); });
     Buffers pool(5, 1024);
     auto mgmt = makeMgmt(3, 1024);
     mgmt->startStream();
@@ -263,4 +266,6 @@ TEST_F(BufferMgmtTest, SteadyFramePathAllocatesNothing) {
     gCounting = false;
     EXPECT_EQ(gAllocations.load(), 0u);
     mgmt->stopStream();
+    EXPECT_EQ(heard.load(), 500u * 512);
+    host.setFrameListener(nullptr);
 }

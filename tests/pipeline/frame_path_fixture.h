@@ -50,13 +50,19 @@ protected:
         pool.sendQ.push(std::move(frame));
     }
 
-    // Sends one frame once the conversion thread gave a hardware buffer back.
+    // Sends one frame once the conversion thread gave a hardware buffer back
+    // and is idle (a hand-over during a conversion drops its frame).
     static unsigned sendOne(Buffers& pool, const std::unique_ptr<BufferMgmt>& mgmt, uint32_t length,
                             uint8_t fill) {
-        for (int i = 0; i < 2000 && mgmt->fillQ.size() == 0; ++i)
+        for (int i = 0; i < 2000 && !idle(*mgmt); ++i)
             std::this_thread::sleep_for(std::chrono::milliseconds(1));
         queueFrame(pool, length, fill);
         return pool.sendFrame(mgmt);
+    }
+
+    static bool idle(BufferMgmt& mgmt) {
+        std::unique_lock<std::recursive_mutex> guard(mgmt.lock, std::try_to_lock);
+        return guard.owns_lock() && mgmt.fillQ.size() > 0 && mgmt.convertQ.size() == 0;
     }
 
     trevo_standin::Host& host = trevo_standin::Host::instance();

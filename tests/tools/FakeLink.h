@@ -29,6 +29,7 @@ struct FakeState {
     int64_t frameSize = -1;  // -1: the configured YUYV size, else this many bytes
     uint32_t pacingFps = 0;  // 0: the configured rate
     uint64_t recoveries = 0;
+    std::map<uvc_host::StreamKey, int64_t> hostDelaysMs;
     bool failStart = false;
     bool started = false;
     bool stopped = false;
@@ -110,6 +111,9 @@ public:
     std::vector<std::string> replies() const override { return s_->replies; }
     uint64_t recoveries() const override { return s_->recoveries; }
     void failSends(int n) override { s_->recoveries += n > 0 ? 1 : 0; }
+    void setHostDelay(uvc_host::StreamKey key, std::chrono::milliseconds delay) override {
+        s_->hostDelaysMs[key] = delay.count();
+    }
     std::vector<uvc_host::SettingInfo> settings() const override {
         return {{"brightness", 0, 255, 1, 128},
                 {"hue", 0, 270, 1, 90},

@@ -52,6 +52,13 @@ TEST(StreamOptionsTest, DefaultsAndAllStreams) {
     EXPECT_EQ(o.durationSec, 5);
     EXPECT_EQ(o.frames, 0u);
 
+    o = parseStream({"--host-delay", "0:2=40", "--host-delay=1:3=0"}, &line);
+    ASSERT_EQ(line.command, CommandLine::Command::Stream) << line.text;
+    ASSERT_EQ(o.hostDelaysMs.size(), 2u);
+    EXPECT_EQ(o.hostDelaysMs[0].first.text() + "=" + std::to_string(o.hostDelaysMs[0].second),
+              "0:2=40");
+    EXPECT_EQ(o.hostDelaysMs[1].second, 0u);
+
     o = parseStream({"--stream", "all"}, &line);
     ASSERT_EQ(line.command, CommandLine::Command::Stream);
     EXPECT_TRUE(o.allStreams);
@@ -94,6 +101,10 @@ TEST(StreamOptionsTest, RejectsBadValuesWithOneReason) {
         {"extra"},
         {"--json=yes"},
         {"--fps-tolerance", "101"},
+        {"--host-delay", "0:0"},
+        {"--host-delay", "0:4=40"},
+        {"--host-delay", "0:0=-1"},
+        {"--host-delay", "0:0=60001"},
     };
     for (const auto& args : bad) {
         CommandLine line;

@@ -49,6 +49,8 @@ TEST(ScenarioParseTest, ErrorsNameTheLine) {
         {{"{\"expect\":{\"replies\":{},\"recoveries\":{}}}"}, "exactly one"},
         {{"{\"control\":42}"}, "control"},
         {{"{\"wait_ms\":1,\"stream\":\"0:0\"}"}, "unknown key"},
+        {{"{\"host_delay\":{\"stream\":\"0:0\"}}"}, "give \"stream\" and"},
+        {{"{\"host_delay\":{\"stream\":\"0:0\",\"ms\":60001}}"}, "ms"},
         {{"# only a comment"}, "0: no events"},
     };
     for (const auto& c : cases) {  // a line number leads the message

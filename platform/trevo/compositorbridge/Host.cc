@@ -63,28 +63,31 @@ bool Host::waitForCalls(const std::string& call, size_t n, std::chrono::millisec
     return core().waitForCalls(call, n, timeout);
 }
 std::vector<ReceivedFrame> Host::frames() const {
-    return core().frames();
+    return core().recorder().frames();
 }
 size_t Host::frameCount(uint8_t id, uint8_t idx) const {
-    return core().frameCount(id, idx);
+    return core().recorder().frameCount(id, idx);
 }
 bool Host::waitForFrames(uint8_t id, uint8_t idx, size_t n, std::chrono::milliseconds timeout) {
-    return core().waitForFrames(id, idx, n, timeout);
+    return core().recorder().waitForFrames(id, idx, n, timeout);
 }
 void Host::clearFrames() {
-    core().clearFrames();
+    core().recorder().clearFrames();
 }
 void Host::setCopyFrameBytes(bool on) {
-    core().setCopyFrameBytes(on);
+    core().recorder().setCopyFrameBytes(on);
+}
+void Host::setHostDelay(uint8_t id, uint8_t idx, std::chrono::milliseconds delay) {
+    core().recorder().setHostDelay(id, idx, delay);
 }
 void Host::setFrameListener(std::function<void(const ReceivedFrame&)> f) {
-    core().setFrameListener(std::move(f));
+    core().recorder().setFrameListener(std::move(f));
 }
 void Host::failSends(int n) {
-    core().failSends(n);
+    core().recorder().failSends(n);
 }
 size_t Host::rejectedSends() const {
-    return core().rejectedSends();
+    return core().recorder().rejectedSends();
 }
 size_t Host::liveBridges() const {
     return core().liveBridges();

@@ -109,50 +109,7 @@ trevo::HalUvcConfig HostCore::configuration(uint8_t id, uint8_t idx, bool record
 }
 
 int HostCore::receiveFrame(AHardwareBuffer* buffer, uint32_t size, uint8_t id, uint8_t idx) {
-    ReceivedFrame frame = {};
-    frame.monotonicNs = monotonicNow();
-    if (buffer == nullptr)
-        return -EINVAL;
-    bool copy;
-    std::function<void(const ReceivedFrame&)> listener;
-    {
-        std::lock_guard<std::mutex> guard(mutex_);
-        if (failSends_ > 0) {
-            --failSends_;
-            ++rejected_;
-            changed_.notify_all();
-            return -EPIPE;
-        }
-        copy = copyBytes_;
-        listener = listener_;
-    }
-    AHardwareBuffer_Desc desc = {};
-    AHardwareBuffer_describe(buffer, &desc);
-    frame.streamId = id;
-    frame.streamIdx = idx;
-    frame.width = desc.width;
-    frame.height = desc.height;
-    frame.format = desc.format;
-    frame.size = size;
-    if (copy && size > 0) {
-        // A BLOB buffer holds `width` bytes; never read past them.
-        uint64_t capacity = uint64_t(desc.width) * desc.height;
-        void* address = nullptr;
-        if (AHardwareBuffer_lock(buffer, AHARDWAREBUFFER_USAGE_CPU_READ_OFTEN, -1, nullptr,
-                                 &address) == 0) {
-            const uint8_t* bytes = static_cast<const uint8_t*>(address);
-            frame.bytes.assign(bytes, bytes + std::min<uint64_t>(size, capacity));
-            AHardwareBuffer_unlock(buffer, nullptr);
-        }
-    }
-    {
-        std::lock_guard<std::mutex> guard(mutex_);
-        frames_.push_back(frame);
-        changed_.notify_all();
-    }
-    if (listener)
-        listener(frame);
-    return 0;
+    return recorder_.receive(buffer, size, id, idx, monotonicNow());
 }
 
 void HostCore::reset() {
@@ -163,11 +120,7 @@ void HostCore::reset() {
     handlerToken_ = 0;
     calls_.clear();
     appMessages_.clear();
-    frames_.clear();
-    copyBytes_ = true;
-    listener_ = nullptr;
-    failSends_ = 0;
-    rejected_ = 0;
+    recorder_.reset();
     dropped_ = 0;
     changed_.notify_all();
 }
@@ -317,52 +270,6 @@ bool HostCore::waitForAppMessages(size_t n, std::chrono::milliseconds timeout) {
 bool HostCore::waitForCalls(const std::string& call, size_t n, std::chrono::milliseconds timeout) {
     std::unique_lock<std::mutex> guard(mutex_);
     return changed_.wait_for(guard, timeout, [&] { return countCallsLocked(call) >= n; });
-}
-
-std::vector<ReceivedFrame> HostCore::frames() const {
-    std::lock_guard<std::mutex> guard(mutex_);
-    return frames_;
-}
-
-size_t HostCore::frameCountLocked(uint8_t id, uint8_t idx) const {
-    return static_cast<size_t>(std::count_if(
-        frames_.begin(), frames_.end(),
-        [&](const ReceivedFrame& f) { return f.streamId == id && f.streamIdx == idx; }));
-}
-
-size_t HostCore::frameCount(uint8_t id, uint8_t idx) const {
-    std::lock_guard<std::mutex> guard(mutex_);
-    return frameCountLocked(id, idx);
-}
-
-bool HostCore::waitForFrames(uint8_t id, uint8_t idx, size_t n, std::chrono::milliseconds timeout) {
-    std::unique_lock<std::mutex> guard(mutex_);
-    return changed_.wait_for(guard, timeout, [&] { return frameCountLocked(id, idx) >= n; });
-}
-
-void HostCore::clearFrames() {
-    std::lock_guard<std::mutex> guard(mutex_);
-    frames_.clear();
-}
-
-void HostCore::setCopyFrameBytes(bool on) {
-    std::lock_guard<std::mutex> guard(mutex_);
-    copyBytes_ = on;
-}
-
-void HostCore::setFrameListener(std::function<void(const ReceivedFrame&)> f) {
-    std::lock_guard<std::mutex> guard(mutex_);
-    listener_ = std::move(f);
-}
-
-void HostCore::failSends(int n) {
-    std::lock_guard<std::mutex> guard(mutex_);
-    failSends_ = n;
-}
-
-size_t HostCore::rejectedSends() const {
-    std::lock_guard<std::mutex> guard(mutex_);
-    return rejected_;
 }
 
 size_t HostCore::liveBridges() const {

@@ -16,6 +16,7 @@
 #include <utility>
 #include <vector>
 
+#include "FrameRecorder.h"
 #include "trevo/CompositorBridge.h"
 #include "trevo/HalUvcConfig.h"
 #include "trevo/HotPlugHandler.h"
@@ -55,14 +56,7 @@ public:
     std::vector<std::string> appMessages() const;
     bool waitForAppMessages(size_t n, std::chrono::milliseconds timeout);
     bool waitForCalls(const std::string& call, size_t n, std::chrono::milliseconds timeout);
-    std::vector<ReceivedFrame> frames() const;
-    size_t frameCount(uint8_t id, uint8_t idx) const;
-    bool waitForFrames(uint8_t id, uint8_t idx, size_t n, std::chrono::milliseconds timeout);
-    void clearFrames();
-    void setCopyFrameBytes(bool on);
-    void setFrameListener(std::function<void(const ReceivedFrame&)> f);
-    void failSends(int n);
-    size_t rejectedSends() const;
+    FrameRecorder& recorder() { return recorder_; }
     size_t liveBridges() const;
 
     // Stops the lanes for good; later events are discarded.
@@ -95,7 +89,6 @@ private:
     void waitIdle(std::unique_lock<std::mutex>& guard, trevo::HotPlugHandler* handler);
     void stopLanes(std::unique_lock<std::mutex>& guard);
     size_t countCallsLocked(const std::string& call) const;
-    size_t frameCountLocked(uint8_t id, uint8_t idx) const;
 
     mutable std::mutex mutex_;
     std::condition_variable changed_;  // any delivery, record or registration
@@ -106,12 +99,8 @@ private:
     std::vector<ActiveCall> activeCalls_;
     std::vector<std::string> calls_;
     std::vector<std::string> appMessages_;
-    std::vector<ReceivedFrame> frames_;
-    bool copyBytes_ = true;
-    std::function<void(const ReceivedFrame&)> listener_;
-    int failSends_ = 0;
-    size_t rejected_ = 0;
     size_t dropped_ = 0;
+    FrameRecorder recorder_;
     size_t liveBridges_ = 0;
     uint64_t nextBridgeToken_ = 0;
 

@@ -22,8 +22,9 @@ int ConversionFactory::convert(GBuffer* frame, int format) {
 
 void ConversionFactory::onFrameConverted(GBuffer* frame) {
     // Delivering under the mutex is what lets unregisterFrameSink() promise
-    // that a removed sink is not called any more.
-    std::lock_guard<std::mutex> guard(sinksMutex);
+    // that a removed sink is not called any more; shared, because a sink that
+    // takes long (a slow host) must not hold up other streams' deliveries.
+    std::shared_lock<std::shared_mutex> guard(sinksMutex);
     for (FrameReceiver* sink : sinks) {
         sink->preProcessBuffer(frame);
         sink->processBuffer(frame);

@@ -37,7 +37,7 @@ class Host {
 public:
     static Host& instance();
 
-    // Forgets configurations, records, faults, the frame listener and the
+    // Forgets configurations, records, faults, host delays, the frame listener and the
     // registered handler; shuts the lanes down (see above). Copy mode back on.
     void reset();
 
@@ -69,15 +69,22 @@ public:
     // Waits until calls() holds at least `n` entries equal to `call`.
     bool waitForCalls(const std::string& call, size_t n, std::chrono::milliseconds timeout);
 
-    // Frames accepted by sendFrameBuffer, in order of arrival.
+    // Frames accepted by sendFrameBuffer, in order of arrival. Each stream
+    // records apart (no lock shared by the streams' frame paths) and copies
+    // a frame's bytes once; records dropped by clearFrames() are reused, so
+    // a host that clears now and then allocates nothing per frame.
     std::vector<ReceivedFrame> frames() const;
     size_t frameCount(uint8_t id, uint8_t idx) const;
     bool waitForFrames(uint8_t id, uint8_t idx, size_t n, std::chrono::milliseconds timeout);
     void clearFrames();
     void setCopyFrameBytes(bool on);  // default on
     // Called on the sending thread for every accepted frame, after it was
-    // recorded; must not call back into the bridge. Empty function: none.
+    // recorded, with that stream's records locked; must not call back into
+    // the bridge. Empty function: none.
     void setFrameListener(std::function<void(const ReceivedFrame&)> f);
+    // Makes every sendFrameBuffer of stream id:idx take `delay` longer (after
+    // the frame was recorded), as a host that reads slowly would; 0 ends it.
+    void setHostDelay(uint8_t id, uint8_t idx, std::chrono::milliseconds delay);
     // The next n sendFrameBuffer calls report a lost gadget connection; such
     // frames are not recorded in frames().
     void failSends(int n);

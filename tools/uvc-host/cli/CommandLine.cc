@@ -88,6 +88,7 @@ start (otherwise right after the previous line).
   {"control":{"msg_type":"uvc_report","content":{"hue":"get"}},"stream":"0:0"}
   {"wait_ms":500}
   {"fail_sends":2}                             next 2 frame hand-overs fail
+  {"host_delay":{"stream":"0:0","ms":40}}      0:0's host takes 40 ms per frame (0: none)
   {"expect":{"frames":{"stream":"0:0","min":10,"max":1000}}}
   {"expect":{"reply_contains":"brightness","within_ms":1000}}
   {"expect":{"replies":{"min":1,"max":1}}}
@@ -204,6 +205,12 @@ CommandLine parseCommandLine(const std::vector<std::string>& args) {
                "over time and as a histogram, the summary and pictures\n"
                "of the frames (H.264 through ffmpeg); opens without a\n"
                "server");
+    stream
+        ->add_option("--host-delay", st.hostDelays,
+                     "make that stream's host take MS milliseconds per\n"
+                     "received frame (0..60000), as a slow host would;\n"
+                     "repeatable")
+        ->type_name("ID:IDX=MS");
     textOption(stream, "--fps-tolerance", &st.tolerance, "PCT",
                "allowed deviation of the achieved rate (default 10)");
     flag(stream, "--json", &so.json, "print the summary as one JSON object, no progress");

@@ -77,6 +77,24 @@ bool checkStreams(const std::vector<std::string>& texts, StreamOptions* out, std
     return true;
 }
 
+// ID:IDX=MS, MS 0 to 60000; a stream given twice keeps its last delay.
+bool checkHostDelays(const std::vector<std::string>& texts, StreamOptions* out,
+                     std::string* error) {
+    for (const std::string& text : texts) {
+        const size_t eq = text.find('=');
+        StreamKey key;
+        uint64_t ms = 0;
+        if (eq == std::string::npos || !StreamKey::parse(text.substr(0, eq), &key) ||
+            !key.isUvcStream() || !parseUnsigned(text.substr(eq + 1), 60000, &ms)) {
+            *error = "bad host delay '" + text + "' (use ID:IDX=MS, stream " + kUvcStreams +
+                     ", MS 0 to 60000)";
+            return false;
+        }
+        out->hostDelaysMs.emplace_back(key, uint32_t(ms));
+    }
+    return true;
+}
+
 bool checkSeconds(const OptionText& in, const char* what, double* out, std::string* error) {
     if (in.given && (!parseSeconds(in.value, kMaxSeconds, out) || *out <= 0)) {
         *error = std::string("bad ") + what + " '" + in.value + "' (use seconds, more than 0)";
@@ -149,7 +167,7 @@ std::string checkStreamOptions(const StreamTexts& in, StreamOptions* out) {
               checkNotEmpty(in.output, "--output", &out->output, &e) &&
               checkNotEmpty(in.timing, "--timing", &out->timingFile, &e) &&
               checkNotEmpty(in.report, "--report", &out->reportDir, &e) &&
-              checkSaveFrames(in.saveFrames, out, &e);
+              checkSaveFrames(in.saveFrames, out, &e) && checkHostDelays(in.hostDelays, out, &e);
     if (ok && in.frames.given &&
         (!parseUnsigned(in.frames.value, kMaxFrames, &out->frames) || out->frames == 0)) {
         e = "bad frame count '" + in.frames.value + "' (use 1 to " + std::to_string(kMaxFrames) +

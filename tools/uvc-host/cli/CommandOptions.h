@@ -30,6 +30,7 @@ struct StreamOptions {
     bool jpeg = false;
     std::string output;
     std::vector<SaveFrameRequest> saveFrames;
+    std::vector<std::pair<StreamKey, uint32_t>> hostDelaysMs;  // --host-delay ID:IDX=MS
     std::string timingFile;  // one record per received frame
     std::string reportDir;   // HTML page with plots and pictures
     bool json = false;
@@ -80,6 +81,7 @@ struct StreamTexts {
     OptionText size, fps, format, duration, frames, timeout, tolerance, framesDir, output;
     OptionText timing, report;
     std::vector<std::pair<std::string, std::string>> saveFrames;
+    std::vector<std::string> hostDelays;
 };
 
 struct ControlTexts {

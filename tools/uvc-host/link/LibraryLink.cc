@@ -143,6 +143,10 @@ uint64_t LibraryLink::recoveries() const {
     return registrations > 0 ? registrations - 1 : 0;
 }
 
+void LibraryLink::setHostDelay(StreamKey key, std::chrono::milliseconds delay) {
+    host().setHostDelay(key.id, key.idx, delay);
+}
+
 void LibraryLink::failSends(int n) {
     expectedDrops_ += n;
     host().failSends(n);

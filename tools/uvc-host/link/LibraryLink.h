@@ -31,6 +31,7 @@ public:
     std::vector<std::string> replies() const override;
     uint64_t recoveries() const override;
     void failSends(int n) override;
+    void setHostDelay(StreamKey key, std::chrono::milliseconds delay) override;
     std::vector<SettingInfo> settings() const override;
 
 private:

@@ -75,6 +75,8 @@ public:
     virtual uint64_t recoveries() const = 0;
     // The next n frame hand-overs report a lost connection.
     virtual void failSends(int n) = 0;
+    // The host of `key` takes `delay` per received frame from now on (0: none).
+    virtual void setHostDelay(StreamKey key, std::chrono::milliseconds delay) = 0;
     // The library's settings table, in name order; usable before start().
     virtual std::vector<SettingInfo> settings() const = 0;
 };

@@ -166,6 +166,20 @@ bool parseRange(json_object* v, const std::string& name, ScenarioEvent* e, bool 
     return m.noOthers(error);
 }
 
+bool parseHostDelay(json_object* v, ScenarioEvent* e, std::string* error) {
+    if (!requireObject(v, "host_delay", error)) {
+        return false;
+    }
+    Members m(v, "host_delay: ");
+    e->kind = ScenarioEvent::Kind::HostDelay;
+    if (!m.has("stream") || !m.has("ms")) {
+        *error = "host_delay: give \"stream\" and \"ms\"";
+        return false;
+    }
+    return streamValue(m, e, false, error) && m.unsignedValue("ms", 60000, &e->delayMs, error) &&
+           m.noOthers(error);
+}
+
 bool parseExpect(json_object* v, ScenarioEvent* e, std::string* error) {
     if (!requireObject(v, "expect", error)) {
         return false;
@@ -226,14 +240,16 @@ bool parseLine(const std::string& text, ScenarioEvent* e, std::string* error) {
         }
         e->atMs = int64_t(at);
     }
-    static const char* const kActions[] = {"configure", "hotplug",    "control",
-                                           "wait_ms",   "fail_sends", "expect"};
+    static const char* const kActions[] = {"configure",  "hotplug",    "control", "wait_ms",
+                                           "fail_sends", "host_delay", "expect"};
     int actions = 0;
     for (const char* a : kActions) {
         actions += m.has(a) ? 1 : 0;
     }
     if (actions != 1) {
-        *error = "give exactly one of configure, hotplug, control, wait_ms, fail_sends, expect";
+        *error =
+            "give exactly one of configure, hotplug, control, wait_ms, fail_sends, host_delay, "
+            "expect";
         return false;
     }
     bool ok = true;
@@ -263,6 +279,8 @@ bool parseLine(const std::string& text, ScenarioEvent* e, std::string* error) {
         uint64_t n = 0;
         ok = m.unsignedValue("fail_sends", 1000000, &n, error);
         e->failCount = int(n);
+    } else if (json_object* v = m.get("host_delay")) {
+        ok = parseHostDelay(v, e, error);
     } else {
         ok = parseExpect(m.get("expect"), e, error);
     }

@@ -19,6 +19,7 @@ namespace uvc_host {
 //   {"control":"{\"msg_type\":...}","stream":"0:0"}  text or a JSON object
 //   {"wait_ms":500}
 //   {"fail_sends":3}                                  next 3 hand-overs lose the connection
+//   {"host_delay":{"stream":"0:0","ms":40}}           that stream's host takes 40 ms per frame (0: none)
 //   {"expect":{"frames":{"stream":"0:0","min":10,"max":100}}}
 //   {"expect":{"reply_contains":"brightness"}}        in a reply to the last control/hotplug
 //   {"expect":{"replies":{"min":1,"max":1}}}          replies to the last control/hotplug
@@ -26,7 +27,7 @@ namespace uvc_host {
 // An expectation waits up to "within_ms" (in "expect", default 2000) for a
 // minimum to be reached, then checks it and the maximum.
 struct ScenarioEvent {
-    enum class Kind { Configure, Hotplug, Control, Wait, FailSends, Expect };
+    enum class Kind { Configure, Hotplug, Control, Wait, FailSends, HostDelay, Expect };
     enum class Subject { Frames, ReplyContains, Replies, Recoveries };
 
     int line = 0;
@@ -43,6 +44,7 @@ struct ScenarioEvent {
     std::string message;  // control text
     uint64_t waitMs = 0;
     int failCount = 0;
+    uint64_t delayMs = 0;  // host_delay
 
     Subject subject = Subject::Frames;
     uint64_t min = 0;

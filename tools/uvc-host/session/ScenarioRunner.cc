@@ -127,6 +127,9 @@ bool ScenarioRunner::perform(UvcLink& link, const ScenarioEvent& e) {
         case ScenarioEvent::Kind::FailSends:
             link.failSends(e.failCount);
             return true;
+        case ScenarioEvent::Kind::HostDelay:
+            link.setHostDelay(e.stream, std::chrono::milliseconds(e.delayMs));
+            return true;
         case ScenarioEvent::Kind::Expect: {
             std::string detail;
             bool ok = expect(link, e, &detail);

@@ -185,6 +185,9 @@ int StreamSession::run() {
     for (const auto& s : streams_) {
         link->configure(s->key, config);
     }
+    for (const auto& d : options_.hostDelaysMs) {
+        link->setHostDelay(d.first, std::chrono::milliseconds(d.second));
+    }
     Clock::time_point start = Clock::now();
     bool delivered = true;
     if (options_.allStreams) {
