@@ -10,6 +10,7 @@
 #include "FileUtil.h"
 #include "OutputNaming.h"
 #include "TempDir.h"
+#include "TestEmulator.h"
 
 namespace {
 
@@ -30,7 +31,11 @@ protected:
     ToolRun run(const std::vector<std::string>& args) {
         ToolRun r;
 #ifdef UVC_HOST_PATH
-        std::string cmd = uvc_host::shellQuote(UVC_HOST_PATH);
+        std::string cmd;
+        for (const std::string& part : uvc_test::kEmulator) {  // a cross build's emulator
+            cmd += uvc_host::shellQuote(part) + " ";
+        }
+        cmd += uvc_host::shellQuote(UVC_HOST_PATH);
         for (const std::string& a : args) {
             cmd += " " + uvc_host::shellQuote(a);
         }
