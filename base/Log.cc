@@ -26,7 +26,13 @@ void Log::logV(const char* tag, LogLevel level, const char* format, va_list args
     char message[kMessageBufferSize] = {};
     std::vsnprintf(message, kMessageBufferSize, format ? format : "", args);
     message[kMessageBufferSize - 1] = '\0';
-    _kLogger.log(tag, level, message, Thread::getCurrentThreadID(), nullptr);
+    // Logging is called from every failure path, often because memory ran
+    // out; it must never throw into its caller. A line that cannot be queued
+    // is lost.
+    try {
+        _kLogger.log(tag, level, message, Thread::getCurrentThreadID(), nullptr);
+    } catch (...) {
+    }
 }
 
 void Log::log(const char* tag, LogLevel level, const char* format, ...) {

@@ -121,8 +121,14 @@ void LogServer::logServerProc() {
     // been joined, so reading it here needs no lock.
     std::string line;
     while (!thread_.isStopping()) {
-        if (queue_->get(kGetTimeoutMs, line)) {
-            writeLog(line.c_str());
+        // A line that cannot be taken or written (memory ran out) is lost;
+        // the writer goes on with the next one.
+        try {
+            if (queue_->get(kGetTimeoutMs, line)) {
+                writeLog(line.c_str());
+            }
+        } catch (...) {
+            __android_log_write(ANDROID_LOG_ERROR, "VOLUT", "log writer: a line was lost");
         }
     }
 }

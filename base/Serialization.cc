@@ -5,12 +5,21 @@
 #include <cfloat>
 #include <climits>
 #include <cmath>
+#include <exception>
+#include <memory>
 
 #include "base/Log.h"
 
 namespace VOLUT {
 
 namespace {
+
+struct JsonPut {
+    void operator()(json_object* obj) const { json_object_put(obj); }
+};
+// A json-c value released however the operation ends (an allocation of ours
+// may throw while it is being built or read).
+using JsonRoot = std::unique_ptr<json_object, JsonPut>;
 
 // json-c leaves `val` with the caller when adding fails; release it so that
 // nothing leaks on allocation failure.
@@ -35,14 +44,14 @@ std::string textOf(json_object* value) {
 
 template <typename T, typename Make>
 json_object* makeArray(const std::vector<T>& values, Make make) {
-    json_object* array = json_object_new_array();
+    JsonRoot array(json_object_new_array());
     if (!array) {
         return nullptr;
     }
     for (const auto& value : values) {
-        addElement(array, make(value));
+        addElement(array.get(), make(value));
     }
-    return array;
+    return array.release();
 }
 
 json_object* objectToJSONObject(const Dictionary& dict);
@@ -96,24 +105,23 @@ json_object* valueToJSON(const Dictionary& dict, const std::string& key) {
 }
 
 json_object* objectToJSONObject(const Dictionary& dict) {
-    json_object* obj = json_object_new_object();
+    JsonRoot obj(json_object_new_object());
     if (!obj) {
         return nullptr;
     }
     for (const auto& key : dict.allKeys()) {
-        addMember(obj, key, valueToJSON(dict, key));
+        addMember(obj.get(), key, valueToJSON(dict, key));
     }
-    return obj;
+    return obj.release();
 }
 
 // Takes ownership of `root`.
-std::string toText(json_object* root) {
+std::string toText(json_object* value) {
+    JsonRoot root(value);
     if (!root) {
         return std::string();
     }
-    std::string text = json_object_to_json_string(root);
-    json_object_put(root);
-    return text;
+    return json_object_to_json_string(root.get());
 }
 
 Dictionary JSONObjectToObject(json_object* obj);
@@ -230,79 +238,105 @@ Dictionary JSONObjectToObject(json_object* obj) {
 
 }  // namespace
 
+// Every operation below is a boundary of the base library: a value or text
+// too large for the memory left ends in an empty result and one error line,
+// never in an exception at the caller.
+
 std::string Serialization::serialize(const Dictionary& dict) {
-    return toText(objectToJSONObject(dict));
+    try {
+        return toText(objectToJSONObject(dict));
+    } catch (const std::exception& e) {
+        Log::log("VOLUT", LOG_ERROR, "JSON writing failed: %s", e.what());
+        return std::string();
+    }
 }
 
 Dictionary Serialization::deserialize(const std::string& text) {
     json_tokener_error error = json_tokener_success;
-    json_object* root = json_tokener_parse_verbose(text.c_str(), &error);
+    JsonRoot root(json_tokener_parse_verbose(text.c_str(), &error));
     if (!root) {
         // The input is deliberately left out of the line: it may carry
         // credentials (see maskPasswordValue).
         Log::log("VOLUT", LOG_ERROR, "JSON parsing error");
         return Dictionary();
     }
-    Dictionary dict = JSONObjectToObject(root);
-    json_object_put(root);
-    return dict;
+    try {
+        return JSONObjectToObject(root.get());
+    } catch (const std::exception& e) {
+        Log::log("VOLUT", LOG_ERROR, "JSON conversion failed: %s", e.what());
+        return Dictionary();
+    }
 }
 
 std::string Serialization::serializeArray(const std::vector<Dictionary>& list) {
-    return toText(makeArray(list, objectToJSONObject));
+    try {
+        return toText(makeArray(list, objectToJSONObject));
+    } catch (const std::exception& e) {
+        Log::log("VOLUT", LOG_ERROR, "JSON writing failed: %s", e.what());
+        return std::string();
+    }
 }
 
 std::vector<Dictionary> Serialization::deserializeArray(const std::string& text) {
-    std::vector<Dictionary> list;
-    json_object* root = json_tokener_parse(text.c_str());
-    if (!root) {
-        return list;
+    JsonRoot root(json_tokener_parse(text.c_str()));
+    if (!root || json_object_get_type(root.get()) != json_type_array) {
+        return {};
     }
-    if (json_object_get_type(root) == json_type_array) {
-        size_t length = json_object_array_length(root);
+    try {
+        std::vector<Dictionary> list;
+        size_t length = json_object_array_length(root.get());
         for (size_t i = 0; i < length; ++i) {
-            json_object* element = json_object_array_get_idx(root, i);
+            json_object* element = json_object_array_get_idx(root.get(), i);
             if (element) {
                 list.push_back(JSONObjectToObject(element));
             }
         }
+        return list;
+    } catch (const std::exception& e) {
+        Log::log("VOLUT", LOG_ERROR, "JSON conversion failed: %s", e.what());
+        return {};
     }
-    json_object_put(root);
-    return list;
 }
 
-std::string maskPasswordValue(const std::string& text) {
-    static const std::string kKeyText = "Password\":\"";
-    size_t pos = text.find(kKeyText);
-    if (pos == std::string::npos) {
-        return text;
-    }
-    size_t start = pos + kKeyText.size();
-    if (start == text.size()) {
-        return text;
-    }
-    // The value ends at its closing quote; an escaped quote (odd run of
-    // backslashes before it) is part of the value and must stay hidden.
-    size_t end = start;
-    for (;;) {
+namespace {
+
+// End of the string value that starts at `start`: its closing quote (an
+// escaped quote, after an odd run of backslashes, is part of the value), or
+// npos when the text ends first.
+size_t closingQuote(const std::string& text, size_t start) {
+    for (size_t end = start;; ++end) {
         end = text.find('"', end);
         if (end == std::string::npos) {
-            break;
+            return end;
         }
         size_t slashes = 0;
         while (end - slashes > start && text[end - slashes - 1] == '\\') {
             ++slashes;
         }
         if (slashes % 2 == 0) {
-            break;
+            return end;
         }
-        ++end;
     }
-    std::string masked = text.substr(0, start) + "*";
-    if (end != std::string::npos) {
-        masked += text.substr(end);
+}
+
+}  // namespace
+
+std::string maskPasswordValue(const std::string& text) {
+    static const std::string kKeyText = "Password\":\"";
+    std::string masked;
+    size_t from = 0;
+    for (;;) {
+        const size_t pos = text.find(kKeyText, from);
+        const size_t start = pos == std::string::npos ? pos : pos + kKeyText.size();
+        if (pos == std::string::npos || start == text.size()) {
+            return masked + text.substr(from);
+        }
+        masked.append(text, from, start - from).append("*");
+        from = closingQuote(text, start);
+        if (from == std::string::npos) {
+            return masked;
+        }
     }
-    return masked;
 }
 
 }  // namespace VOLUT

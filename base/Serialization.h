@@ -12,6 +12,8 @@ namespace VOLUT {
 // Dictionary::allKeys() order. When parsing, a JSON array takes the kind of its
 // first element and elements of other kinds are dropped; members that no kind
 // can hold (null, empty arrays, arrays of arrays) are left out.
+// No operation throws: when memory runs out the result is empty and one error
+// line is logged.
 class UVC_EXPORT Serialization {
 public:
     static std::string serialize(const Dictionary& dict);
@@ -23,8 +25,8 @@ public:
     static std::vector<Dictionary> deserializeArray(const std::string& text);
 };
 
-// Copy of `text` whose first `Password":"` member value is replaced by one
-// asterisk, for any diagnostic that wants to show rejected input. Internal to
+// Copy of `text` in which the value of every `Password":"` member is replaced
+// by one asterisk, for any diagnostic that wants to show rejected input. Internal to
 // the library (not exported).
 std::string maskPasswordValue(const std::string& text);
 

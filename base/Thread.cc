@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <exception>
 
 #include "base/AutoLock.h"
 #include "base/Log.h"
@@ -17,6 +18,7 @@ namespace {
 const char kStartSignature[] =
     "bool VOLUT::Thread::start(VOLUT::Runnable *, const std::string &, "
     "VOLUT::Thread::ThreadPriority)";
+const char kThreadProcSignature[] = "static void *VOLUT::Thread::threadProc(void *)";
 
 int niceValue(Thread::ThreadPriority priority) {
     switch (priority) {
@@ -93,8 +95,17 @@ void* Thread::threadProc(void* arg) {
     self->setPriority(priority);
     self->startSemaphore_.notify();
     // The task stays owned by the Thread and is only replaced after this
-    // thread has cleared the started flag below.
-    task->run();
+    // thread has cleared the started flag below. An exception ends the task,
+    // not the process; the Thread is left idle as after a normal end.
+    try {
+        task->run();
+    } catch (const std::exception& e) {
+        Log::log("VOLUT", LOG_ERROR, "[%s] %d \"task of thread %d ended by an exception: %s\"",
+                 kThreadProcSignature, __LINE__, getCurrentThreadID(), e.what());
+    } catch (...) {
+        Log::log("VOLUT", LOG_ERROR, "[%s] %d \"task of thread %d ended by an exception\"",
+                 kThreadProcSignature, __LINE__, getCurrentThreadID());
+    }
     {
         AutoLock lock(self->mutex_);
         self->clear();

@@ -2,10 +2,12 @@
 
 #include <cstdint>
 #include <cstdio>
+#include <exception>
 
 #include "base/Dictionary.h"
 #include "base/Serialization.h"
 #include "camera/CamSettingOperation.h"
+#include "camera/MessageLimits.h"
 #include "trevo/CompositorBridge.h"
 
 namespace uvc_client {
@@ -15,6 +17,8 @@ using VOLUT::Dictionary;
 namespace {
 
 const char kReportType[] = "uvc_report";
+const char kPasswordKey[] = "Password";
+const char kHidden[] = "*";
 
 bool hasReportContent(const Dictionary& message, const std::string& type) {
     return type == kReportType && message.hasKey("content");
@@ -31,9 +35,21 @@ int narrow(long long value) {
     return static_cast<int>(static_cast<uint32_t>(value));
 }
 
+// A "set" of Password carries the new password in "value", the member every
+// "set" of the message reads.
+bool valueMemberIsSecret(const Dictionary& content) {
+    return content.getString(kPasswordKey) == "set";
+}
+
+// The text to print for an entry's value: a password never reaches a line.
+std::string printable(const Dictionary& content, const std::string& key, const std::string& value) {
+    const bool secret = key == kPasswordKey || (key == "value" && valueMemberIsSecret(content));
+    return secret ? kHidden : value;
+}
+
 void printEntry(const Dictionary& content, const std::string& key) {
     printf("content key = [%s]\n", key.c_str());
-    printf("content val = [%s]\n", content.getString(key).c_str());
+    printf("content val = [%s]\n", printable(content, key, content.getString(key)).c_str());
 }
 
 }  // namespace
@@ -42,14 +58,29 @@ UvcCamMsgHandler::~UvcCamMsgHandler() = default;
 
 void UvcCamMsgHandler::handleMessage(const std::string& message, trevo::CompositorBridge& bridge) {
     printf("Handle message: %s\n", "handleMessage");
-    // Text that does not parse gives an empty record and ends as unknown.
-    const Dictionary parsed = VOLUT::Serialization::deserialize(message);
-    if (parsed.hasKey("msg_type")) {
-        handleReport(parsed, bridge);
-    } else if (parsed.hasKey("type")) {
-        handleParam(parsed);
-    } else {
-        puts("===== No known msg");
+    // Refused before parsing: a message beyond the limits could take far more
+    // memory than its size.
+    const std::string refusal = messageRefusal(message);
+    if (!refusal.empty()) {
+        puts(refusal.c_str());
+        return;
+    }
+    // The limits bound the memory, but the process may still be short of it;
+    // the entries handled so far stay handled.
+    try {
+        // Text that does not parse gives an empty record and ends as unknown.
+        const Dictionary parsed = VOLUT::Serialization::deserialize(message);
+        if (parsed.hasKey("msg_type")) {
+            handleReport(parsed, bridge);
+        } else if (parsed.hasKey("type")) {
+            handleParam(parsed);
+        } else {
+            puts("===== No known msg");
+        }
+    } catch (const std::exception& e) {
+        printf("handleMessage: message dropped: %s\n", e.what());
+    } catch (...) {
+        puts("handleMessage: message dropped: unknown exception");
     }
 }
 
@@ -77,15 +108,17 @@ void UvcCamMsgHandler::handleContentEntry(const Dictionary& content, const std::
     printEntry(content, key);
     // Values of any other kind (numbers, objects) read as the empty text.
     const std::string value = content.getString(key);
+    const std::string shown = printable(content, key, value);
     // "get"/"set" are tested before the preset keys: {"preset":"get"} asks
     // for a setting named "preset".
     if (value == "get") {
         const std::string reply = operation.getUvcReport(key);
-        printf("==== Get value for [%s]\n", value.c_str());
+        printf("==== Get value for [%s]\n", shown.c_str());
         bridge.onAppMessage(reply);
     } else if (value == "set") {
         const std::string newValue = content.getString("value");
-        printf("==== Set value for [%s: %s]\n", value.c_str(), newValue.c_str());
+        printf("==== Set value for [%s: %s]\n", shown.c_str(),
+               printable(content, "value", newValue).c_str());
         operation.set(key, newValue);
     } else if (key == "preset" || key == "presetID") {
         const std::string op = content.getString("preset");
@@ -93,7 +126,7 @@ void UvcCamMsgHandler::handleContentEntry(const Dictionary& content, const std::
         printf("==== Preset Op [%s: %lld]\n", op.c_str(), id);
         operation.preset(op, narrow(id));
     } else {
-        printf("==== key, val = [%s: %s]\n", key.c_str(), value.c_str());
+        printf("==== key, val = [%s: %s]\n", key.c_str(), shown.c_str());
         operation.set(key, value);
     }
 }

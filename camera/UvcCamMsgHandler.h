@@ -23,7 +23,10 @@ public:
     UvcCamMsgHandler() = default;
     virtual ~UvcCamMsgHandler();
 
-    // Returns after every reply has been handed to `bridge`.
+    // Returns after every reply has been handed to `bridge`. A message beyond
+    // MessageLimits is refused with one line, unparsed. Never prints the value
+    // of a member named Password (it shows as *). Throws nothing: a failure
+    // drops the rest of the message with one line.
     void handleMessage(const std::string& message, trevo::CompositorBridge& bridge);
 
 private:

@@ -3,6 +3,7 @@
 #include <android/log.h>
 
 #include <cstdio>
+#include <exception>
 #include <iostream>
 
 #include "camera/CamSettingOperation.h"
@@ -12,6 +13,19 @@ namespace hidl_uvc_client {
 namespace {
 
 const char kTag[] = "HidlUvcClient";
+
+// The bridge's threads must never see an exception from a callback (memory
+// can run out anywhere); the callback is given up with one line. Called in a
+// catch handler: rethrows the exception being handled to name it.
+void logDropped(const char* callback) {
+    try {
+        throw;
+    } catch (const std::exception& e) {
+        __android_log_print(ANDROID_LOG_ERROR, kTag, "%s dropped: %s", callback, e.what());
+    } catch (...) {
+        __android_log_print(ANDROID_LOG_ERROR, kTag, "%s dropped: unknown exception", callback);
+    }
+}
 
 }  // namespace
 
@@ -24,7 +38,7 @@ HidlUvcClient::HidlUvcClient() : bridge(trevo::BridgeContext(1)) {
     std::lock_guard<std::mutex> guard(streamsLock);
     const std::string key = streamKey(0, 0);
     if (streams.find(key) == streams.end()) {
-        streams.emplace(key, std::make_unique<StreamHandler>(bridge, 0, 0));
+        streams.emplace(key, std::make_unique<StreamHandler>(bridge, 0, 0, &admission));
     }
 }
 
@@ -37,7 +51,8 @@ std::string HidlUvcClient::streamKey(uint8_t stream_id, uint8_t stream_idx) {
            std::to_string(static_cast<int>(stream_idx));
 }
 
-void HidlUvcClient::hotplug(trevo::ConnectionStatus status, uint8_t stream_id, uint8_t stream_idx) {
+void HidlUvcClient::hotplug(trevo::ConnectionStatus status, uint8_t stream_id,
+                            uint8_t stream_idx) try {
     __android_log_print(ANDROID_LOG_INFO, kTag, "Got hotplug message with status: %d",
                         static_cast<int>(status));
     std::printf("Got hotplug message with status: %d | stream_id [%u] | stream_idx [%u]\n",
@@ -55,6 +70,8 @@ void HidlUvcClient::hotplug(trevo::ConnectionStatus status, uint8_t stream_id, u
         return;
     }
     HandleStreamChanged(stream_id, stream_idx);
+} catch (...) {
+    logDropped("hotplug");
 }
 
 void HidlUvcClient::HandleStreamChanged(uint8_t stream_id, uint8_t stream_idx) {
@@ -62,13 +79,17 @@ void HidlUvcClient::HandleStreamChanged(uint8_t stream_id, uint8_t stream_idx) {
     const std::string key = streamKey(stream_id, stream_idx);
     auto it = streams.find(key);
     if (it == streams.end()) {
-        it = streams.emplace(key, std::make_unique<StreamHandler>(bridge, stream_id, stream_idx))
+        // Every stream number gets its handler; what it may hold is bounded
+        // by `admission` when it is first configured.
+        it = streams
+                 .emplace(key, std::make_unique<StreamHandler>(bridge, stream_id, stream_idx,
+                                                               &admission))
                  .first;
     }
     it->second->HandleStreamChanged();
 }
 
-void HidlUvcClient::setting(std::string message, uint8_t stream_id, uint8_t stream_idx) {
+void HidlUvcClient::setting(std::string message, uint8_t stream_id, uint8_t stream_idx) try {
     __android_log_print(ANDROID_LOG_INFO, kTag, "Got %s message\n", "setting");
     std::printf("Got %s message with: stream_id [%u] | stream_idx [%u]\n", "setting", stream_id,
                 stream_idx);
@@ -77,6 +98,8 @@ void HidlUvcClient::setting(std::string message, uint8_t stream_id, uint8_t stre
         camMsgHandler.handleMessage(message, bridge);
     }
     std::cout << '\n' << "cam setting\n";
+} catch (...) {
+    logDropped("setting");
 }
 
 StreamHandler* HidlUvcClient::handlerForTest(const std::string& key) {

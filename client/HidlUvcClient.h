@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "camera/UvcCamMsgHandler.h"
+#include "client/StreamAdmission.h"
 #include "client/StreamHandler.h"
 #include "trevo/CompositorBridge.h"
 #include "trevo/HotPlugHandler.h"
@@ -47,6 +48,9 @@ private:
     // setting() on several threads, so messages are handled one at a time.
     // Never held together with another lock of the client.
     std::mutex settingLock;
+    // Which handlers may hold descriptors (see StreamAdmission); declared
+    // before `streams`, whose handlers point to it.
+    StreamAdmission admission;
     std::map<std::string, std::unique_ptr<StreamHandler>> streams;
 };
 

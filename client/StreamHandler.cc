@@ -5,8 +5,9 @@
 #include <cstdio>
 #include <utility>
 
-#include "pipeline/StreamBuffer.h"
+#include "client/StreamAdmission.h"
 #include "client/timer.h"
+#include "pipeline/StreamBuffer.h"
 
 namespace hidl_uvc_client {
 
@@ -17,6 +18,9 @@ const unsigned kFrameBufferCount = 5;
 const unsigned kHardwareBufferCount = 3;
 // Four bytes per pixel whatever the format; larger frames are refused.
 const uint64_t kMaxFrameBytes = 0x7FFFFFFF;
+// How often a streaming handler tries again to make hardware buffers that
+// could not be made.
+const std::chrono::seconds kRepairInterval(1);
 
 bool sameSetup(const trevo::HalUvcConfig& a, const trevo::HalUvcConfig& b) {
     return a.width == b.width && a.height == b.height && a.fps == b.fps && a.format == b.format;
@@ -24,14 +28,14 @@ bool sameSetup(const trevo::HalUvcConfig& a, const trevo::HalUvcConfig& b) {
 
 }  // namespace
 
-StreamHandler::StreamHandler(const trevo::CompositorBridge& b, uint8_t id, uint8_t idx)
-    : bridge(b), stream_id(id), stream_idx(idx) {
+StreamHandler::StreamHandler(const trevo::CompositorBridge& b, uint8_t id, uint8_t idx,
+                             StreamAdmission* a)
+    : bridge(b), stream_id(id), stream_idx(idx), admission(a) {
     __android_log_print(ANDROID_LOG_INFO, kTag, "Stream client starting: [%u] [%u]\n", stream_id,
                         stream_idx);
     autoUpdateHandler = [this] { AutoUpdateTimeoutHandler(); };
     fillDataTest = std::make_unique<FillDataTest>();
     streamBuffer = std::make_unique<uvc_client::StreamBuffer>(this, stream_id, stream_idx);
-    wakeTimer = std::make_unique<util::hidl_uvc_client::timer>(autoUpdateHandler);
     __android_log_print(ANDROID_LOG_INFO, kTag, "Stream client started: [%u] [%u]\n", stream_id,
                         stream_idx);
 }
@@ -55,7 +59,36 @@ void StreamHandler::stopAll() {
     if (bufferMgmt) {
         bufferMgmt->stopStream();
     }
-    wakeTimer->set_interval(true, 0.0f);
+    if (wakeTimer) {
+        wakeTimer->set_interval(true, 0.0f);
+    }
+}
+
+bool StreamHandler::admitted() {
+    if (!isAdmitted) {
+        isAdmitted = admission == nullptr || admission->admit(stream_id, stream_idx);
+    }
+    if (!isAdmitted && !refusalLogged) {
+        refusalLogged = true;
+        __android_log_print(ANDROID_LOG_WARN, kTag,
+                            "Stream [%u] [%u]: refused, %d streams besides 0:0 to 1:3 already "
+                            "hold resources\n",
+                            stream_id, stream_idx, StreamAdmission::kMaxOtherStreams);
+    }
+    return isAdmitted;
+}
+
+bool StreamHandler::ensureTimers() {
+    // A timer that never got registered is not in the loop's set, so it can
+    // be replaced while the loop runs; a registered one is kept for good.
+    if (!streamBuffer->ensureTimer()) {
+        return false;
+    }
+    if (!wakeTimer || !wakeTimer->registered()) {
+        wakeTimer.reset();
+        wakeTimer = std::make_unique<util::hidl_uvc_client::timer>(autoUpdateHandler);
+    }
+    return wakeTimer->registered();
 }
 
 void StreamHandler::HandleConfigChange() {
@@ -80,6 +113,9 @@ void StreamHandler::HandleConfigChange() {
             }
             return;
         }
+        if (!admitted()) {
+            return;
+        }
         const auto size = static_cast<unsigned>(bytes);
         // Each replacement exists before the object it replaces is destroyed.
         auto newMgmt = std::make_unique<BufferMgmt>(kHardwareBufferCount, size, &bridge, stream_id,
@@ -87,6 +123,12 @@ void StreamHandler::HandleConfigChange() {
         bufferMgmt = std::move(newMgmt);
         auto newBuffers = std::make_unique<Buffers>(kFrameBufferCount, size);
         buffers = std::move(newBuffers);
+        lastRepair = std::chrono::steady_clock::now();
+    } else if (bufferMgmt && bufferMgmt->missingBuffers() > 0) {
+        // The same setup again, but some hardware buffers could not be made
+        // last time: this is the host's way of asking for the stream anew.
+        lastRepair = std::chrono::steady_clock::now();
+        bufferMgmt->repair();
     }
 
     if (config.streaming != 0) {
@@ -96,12 +138,19 @@ void StreamHandler::HandleConfigChange() {
             }
             return;
         }
-        if (config.fps <= 0) {
-            // No period exists for this rate; the stream stays stopped until
-            // the host sends a usable one.
+        if (config.fps <= 0 || config.fps > kMaxFrameRate) {
+            // No period exists for this rate, or one so short that the loop
+            // would do nothing but make frames; the stream stays stopped
+            // until the host sends a usable rate.
             __android_log_print(ANDROID_LOG_WARN, kTag,
                                 "Stream [%u] [%u]: frame rate %d cannot be streamed, not started\n",
                                 stream_id, stream_idx, config.fps);
+        } else if (!ensureTimers()) {
+            // Out of descriptors (the timer said why); the next stream
+            // change tries again.
+            __android_log_print(ANDROID_LOG_WARN, kTag,
+                                "Stream [%u] [%u]: no timer descriptor, not started\n", stream_id,
+                                stream_idx);
         } else {
             const double period = 1.0 / config.fps;
             streamBuffer->startStream(period);
@@ -128,9 +177,19 @@ void StreamHandler::sendData() {
 }
 
 void StreamHandler::handOver() {
-    if (fillDataTest && bufferMgmt && buffers) {
-        buffers->sendFrame(bufferMgmt);
+    if (!fillDataTest || !bufferMgmt || !buffers) {
+        return;
     }
+    if (bufferMgmt->missingBuffers() > 0) {
+        // Allocation may work again without a stream change (memory freed
+        // elsewhere); try now and then, not on every frame.
+        const auto now = std::chrono::steady_clock::now();
+        if (now - lastRepair >= kRepairInterval) {
+            lastRepair = now;
+            bufferMgmt->repair();
+        }
+    }
+    buffers->sendFrame(bufferMgmt);
 }
 
 std::unique_lock<std::mutex> StreamHandler::frameLock() {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <atomic>
+#include <chrono>
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -26,11 +27,23 @@ class timer;
 
 namespace hidl_uvc_client {
 
+class StreamAdmission;
+
 // One UVC stream: follows the stream's configuration, owns its buffers and
 // starts or stops its frame source, buffer management and hand-over timer.
+// It holds nothing but its configuration until a stream change gives it a
+// usable setup and `admission` admits it; its two timers (descriptors) are
+// made when the stream first starts and kept until the handler is destroyed.
 class StreamHandler {
 public:
-    StreamHandler(const trevo::CompositorBridge& bridge, uint8_t stream_id, uint8_t stream_idx);
+    // Highest frame rate streamed (high-speed UVC modes go up to 240 fps); a
+    // higher one is refused like a rate of 0.
+    static constexpr int32_t kMaxFrameRate = 240;
+
+    // `admission` null admits the stream without asking (handlers made
+    // outside a client).
+    StreamHandler(const trevo::CompositorBridge& bridge, uint8_t stream_id, uint8_t stream_idx,
+                  StreamAdmission* admission = nullptr);
     // Stops whatever still runs (frame source, conversion thread, timer).
     virtual ~StreamHandler();
 
@@ -66,10 +79,18 @@ public:
 private:
     void stopAll();
     void handOver();
+    // Asks `admission` until admitted; logs the first refusal only.
+    bool admitted();
+    // Makes the timers that are missing or could not be registered before;
+    // false when one still has no registered descriptor.
+    bool ensureTimers();
 
     trevo::CompositorBridge bridge;
     uint8_t stream_id;
     uint8_t stream_idx;
+    StreamAdmission* admission;  // not owned; null: always admitted
+    bool isAdmitted = false;     // guarded by `lock`, like refusalLogged
+    bool refusalLogged = false;
     std::mutex lock;
     trevo::HalUvcConfig config;
     trevo::HalUvcConfig appliedConfig;
@@ -77,8 +98,10 @@ private:
     std::unique_ptr<BufferMgmt> bufferMgmt;
     std::unique_ptr<FillDataTest> fillDataTest;
     std::unique_ptr<uvc_client::StreamBuffer> streamBuffer;
-    std::unique_ptr<util::hidl_uvc_client::timer> wakeTimer;
+    std::unique_ptr<util::hidl_uvc_client::timer> wakeTimer;  // null until first started
     std::function<void()> autoUpdateHandler;
+    // Last attempt to make missing hardware buffers; guarded by `lock`.
+    std::chrono::steady_clock::time_point lastRepair;
     // Mirrors config.streaming for the lock-free look of the timer callback.
     std::atomic<int32_t> streaming{0};
 };

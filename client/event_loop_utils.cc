@@ -16,30 +16,17 @@ namespace {
 
 const char kTag[] = "event_loop_utils";
 
-// Upper bound of one wait's event array, so that the stack block stays small
-// whatever the number of registrations; further ready events come next time.
-const int kMaxEventsPerWait = 256;
-
 std::atomic<int> epoll_fd{-1};
 // Written by registering threads, read by the loop thread.
 std::atomic<int> registered_count{0};
 
-// Clean ending for tools and tests: an eventfd in every epoll set wakes the
-// wait, the flag tells the loop to return. It is not counted in
-// registered_count, so the loop behaves as documented when nothing else is
-// registered.
+// Clean ending for tools and tests. Nothing exists until stop() asks for it:
+// then an eventfd is registered like any other descriptor (and counted), so
+// that a running wait wakes; the loop removes and closes it when it returns.
 std::atomic<bool> stop_requested{false};
-std::mutex stop_fd_mutex;
+std::mutex stop_mutex;  // guards loop_running and the stop descriptor's registration
+bool loop_running = false;
 std::atomic<int> stop_fd{-1};
-
-// Made on first need; retried later if descriptors ran out at that moment.
-int ensure_stop_fd() {
-    std::lock_guard<std::mutex> guard(stop_fd_mutex);
-    if (stop_fd.load() < 0) {
-        stop_fd.store(eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC));
-    }
-    return stop_fd.load();
-}
 
 void drain_stop_fd(void*) {
     uint64_t count;
@@ -49,6 +36,42 @@ void drain_stop_fd(void*) {
 
 event_loop_handler stop_record = {drain_stop_fd, nullptr};
 
+// Wakes a running loop through the stop descriptor, registering it first.
+// Without a running loop the flag alone is enough: the loop reads it before
+// its first wait.
+void wake_for_stop() {
+    std::lock_guard<std::mutex> guard(stop_mutex);
+    if (!loop_running) {
+        return;
+    }
+    if (stop_fd.load() < 0) {
+        const int fd = eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC);
+        if (fd < 0) {
+            return;  // the loop still sees the flag at its next wake
+        }
+        stop_fd.store(fd);
+        if (event_loop_register(fd, &stop_record, EPOLLIN, 0) != 0) {
+            stop_fd.store(-1);
+            close(fd);
+            return;
+        }
+    }
+    const uint64_t one = 1;
+    ssize_t r = write(stop_fd.load(), &one, sizeof(one));
+    (void)r;  // a saturated counter still wakes the wait
+}
+
+void set_loop_running(bool running) {
+    std::lock_guard<std::mutex> guard(stop_mutex);
+    loop_running = running;
+    const int fd = stop_fd.load();
+    if (!running && fd >= 0) {
+        event_loop_unregister(fd);
+        close(fd);
+        stop_fd.store(-1);
+    }
+}
+
 void sleep_33ms() {
     struct timespec ts = {0, 33000000};
     nanosleep(&ts, nullptr);
@@ -57,12 +80,13 @@ void sleep_33ms() {
 enum class WaitResult { kContinue, kFailed };
 
 // One wait and its dispatch. The event array is a stack block of this call,
-// released when it returns.
+// released when it returns, with room for every registered descriptor. The
+// library registers two timers per stream that holds descriptors, and those
+// streams are bounded (StreamAdmission), so the block stays small.
 WaitResult wait_once(int n, int timeout) {
-    const int slots = n < kMaxEventsPerWait ? n : kMaxEventsPerWait;
     epoll_event* events =
-        slots > 0 ? static_cast<epoll_event*>(alloca(sizeof(epoll_event) * slots)) : nullptr;
-    const int ready = epoll_wait(epoll_fd.load(), events, slots, timeout);
+        n > 0 ? static_cast<epoll_event*>(alloca(sizeof(epoll_event) * n)) : nullptr;
+    const int ready = epoll_wait(epoll_fd.load(), events, n, timeout);
     if (ready == -1) {
         const int e = errno;
         if (e == EINTR || n == 0) {
@@ -88,7 +112,6 @@ WaitResult wait_once(int n, int timeout) {
 extern "C" {
 
 int event_loop_init(void) {
-    const int wake_fd = ensure_stop_fd();
     const int fd = epoll_create(40);
     epoll_fd.store(fd);
     if (fd == -1) {
@@ -96,13 +119,6 @@ int event_loop_init(void) {
         return -1;
     }
     stop_requested.store(false);
-    if (wake_fd >= 0) {
-        drain_stop_fd(nullptr);
-        epoll_event ev = {};
-        ev.events = EPOLLIN;
-        ev.data.ptr = &stop_record;
-        epoll_ctl(fd, EPOLL_CTL_ADD, wake_fd, &ev);
-    }
     return 0;
 }
 
@@ -128,17 +144,21 @@ int event_loop_unregister(int fd) {
 }
 
 void event_loop_run(int (*timeout_provider)(void)) {
+    // stop() sets its flag before it looks at loop_running, the loop sets
+    // loop_running before it looks at the flag: one of the two sees the other.
+    set_loop_running(true);
     for (;;) {
         if (stop_requested.exchange(false)) {
-            return;
+            break;
         }
         // The array size and the wait's maximum come from this one reading.
         const int n = registered_count.load();
         const int timeout = timeout_provider != nullptr ? timeout_provider() : -1;
         if (wait_once(n, timeout) == WaitResult::kFailed) {
-            return;
+            break;
         }
     }
+    set_loop_running(false);
 }
 
 int nsleep(int ms) {
@@ -160,12 +180,7 @@ namespace event_loop_utils {
 
 void stop() {
     stop_requested.store(true);
-    const int wake_fd = ensure_stop_fd();
-    if (wake_fd >= 0) {
-        const uint64_t one = 1;
-        ssize_t r = write(wake_fd, &one, sizeof(one));
-        (void)r;  // a saturated counter still wakes the wait
-    }
+    wake_for_stop();
 }
 
 uint32_t epollMask(uint32_t events, int wakeup) {
@@ -174,6 +189,10 @@ uint32_t epollMask(uint32_t events, int wakeup) {
 
 int registeredCount() {
     return registered_count.load();
+}
+
+int epollDescriptor() {
+    return epoll_fd.load();
 }
 
 }  // namespace event_loop_utils

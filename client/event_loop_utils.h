@@ -17,7 +17,8 @@ struct event_loop_handler {
     void* context;
 };
 
-// Creates the epoll instance. 0 on success, -1 on failure (logged).
+// Creates the epoll instance, and nothing else: it holds no entry and the
+// registered count is not touched. 0 on success, -1 on failure (logged).
 UVC_EXPORT int event_loop_init(void);
 
 // Adds `fd` with the epoll mask `events`; `wakeup` 1 also sets EPOLLWAKEUP.
@@ -31,7 +32,7 @@ UVC_EXPORT int event_loop_unregister(int fd);
 
 // Runs the loop on the calling thread. Returns when a wait fails with anything
 // other than an interrupted call while descriptors are registered, or after
-// event_loop_stop(). `timeout_provider` gives each wait's limit in ms; null
+// event_loop_utils::stop(). `timeout_provider` gives each wait's limit in ms; null
 // waits without limit.
 UVC_EXPORT void event_loop_run(int (*timeout_provider)(void));
 
@@ -43,7 +44,10 @@ UVC_EXPORT int nsleep(int ms);
 namespace event_loop_utils {
 
 // Makes the running loop (or the next one to run after the current
-// initialisation) return. Thread-safe; used by tools and tests only.
+// initialisation) return. To wake a running wait it registers one eventfd
+// through event_loop_register (so it is counted like any other descriptor);
+// the loop unregisters and closes it when it returns. Thread-safe; used by
+// tools and tests only.
 void stop();
 
 // The epoll mask event_loop_register asks for: `events`, plus EPOLLWAKEUP
@@ -53,5 +57,8 @@ uint32_t epollMask(uint32_t events, int wakeup);
 
 // Number of descriptors currently registered through event_loop_register.
 int registeredCount();
+
+// The epoll instance of the last event_loop_init, -1 before (for inspection).
+int epollDescriptor();
 
 }  // namespace event_loop_utils

@@ -1,7 +1,10 @@
 #include "hidl_uvc_client.h"
 
+#include <android/log.h>
+
 #include <atomic>
 #include <cstdio>
+#include <exception>
 #include <memory>
 #include <thread>
 
@@ -23,9 +26,16 @@ void clientBody() {
         running.store(false);
         return;
     }
-    auto client = std::make_unique<HidlUvcClient>();
-    event_loop_run(nullptr);
-    client.reset();
+    // An exception must not end the host process: the client is destroyed
+    // and the library stays inert, as after a failed loop.
+    try {
+        auto client = std::make_unique<HidlUvcClient>();
+        event_loop_run(nullptr);
+    } catch (const std::exception& e) {
+        __android_log_print(ANDROID_LOG_ERROR, "HidlUvcClient", "client ended: %s", e.what());
+    } catch (...) {
+        __android_log_print(ANDROID_LOG_ERROR, "HidlUvcClient", "client ended: unknown exception");
+    }
     running.store(false);
 }
 

@@ -9,6 +9,7 @@
 #include <cmath>
 #include <cstdint>
 #include <cstring>
+#include <exception>
 #include <utility>
 
 namespace util {
@@ -67,7 +68,9 @@ int timer::intervalNs(float interval_s) {
     }
     // Single precision on purpose: 1/30 s gives 33,333,336 here, 33,333,337 below.
     const float ns = interval_s * 1000000000.0f;
-    if (ns >= 2147483647.0f) {
+    // Below 1 ns the count truncates to 0, which timerfd reads as "no
+    // repetition": a single expiry instead of a period.
+    if (ns < 1.0f || ns >= 2147483647.0f) {
         return -1;
     }
     int period = static_cast<int>(ns);
@@ -118,8 +121,18 @@ void timer::wakealarm_event(void* context) {
         __android_log_print(ANDROID_LOG_INFO, kTag, "wakealarm_event: read wakealarm fd failed\n");
         return;
     }
-    // Expiries that piled up while the loop was busy lead to one call.
-    self->callback();
+    // Expiries that piled up while the loop was busy lead to one call. An
+    // exception (memory can run out anywhere) gives up this expiry only; the
+    // loop thread and the other timers go on.
+    try {
+        self->callback();
+    } catch (const std::exception& e) {
+        __android_log_print(ANDROID_LOG_ERROR, kTag, "wakealarm_event: timer callback failed: %s",
+                            e.what());
+    } catch (...) {
+        __android_log_print(ANDROID_LOG_ERROR, kTag,
+                            "wakealarm_event: timer callback failed: unknown exception");
+    }
 }
 
 }  // namespace hidl_uvc_client

@@ -27,13 +27,18 @@ public:
     int initialize_wakealarm();
 
     // disarm false: first expiry after initial_delay_ms, then every
-    // interval_s seconds (0 gives a single expiry). disarm true: stops it.
+    // interval_s seconds; an interval that intervalNs refuses is logged and
+    // leaves the previous setting. disarm true: stops it.
     void set_interval(bool disarm, float interval_s);
 
     // Repeat interval in nanoseconds that set_interval uses for `interval_s`:
     // truncated in single precision, plus 1 when not a multiple of 10.
-    // -1 when the value is negative, not finite or does not fit 32 bits.
+    // -1 when the value is not finite, gives less than 1 ns (a period of 0
+    // would arm a single expiry) or does not fit 32 bits.
     static int intervalNs(float interval_s);
+
+    // True once the descriptor is registered with the event loop.
+    bool registered() const { return registered_; }
 
     // The loop's callback; `context` is the timer.
     static void wakealarm_event(void* context);

@@ -25,7 +25,10 @@ UVC_EXPORT int init(bool detach);
 // Makes the running event loop end, after which the client is destroyed and
 // init(false) returns. Thread-safe. Call it once the client has been started
 // (for example after the bridge has seen the client register); a stop that
-// comes before the loop was initialised is forgotten by the next init.
+// comes before the loop was initialised is forgotten by the next init. To
+// wake a running loop it registers one eventfd with it, which the loop
+// removes and closes when it ends; until a stop, the loop holds nothing but
+// the descriptors the streams registered.
 UVC_EXPORT void stop();
 
 // Directory that holds the recorded frame files, default "/data/h264_frames":

@@ -2,6 +2,7 @@
 
 #include <android/log.h>
 
+#include <exception>
 #include <system_error>
 
 #include "trevo/ConversionFactory.h"
@@ -10,15 +11,63 @@ namespace hidl_uvc_client {
 
 namespace {
 constexpr int kBlobFormat = 33;  // AHARDWAREBUFFER_FORMAT_BLOB: no conversion wanted
+const char kTag[] = "ConvFactory";
+
+// Called in a catch handler: names the exception being handled in one line.
+// Neither the conversion thread nor the library's threads calling the sink
+// may see it (memory can run out anywhere, and the library may throw).
+void logFailure(const char* what) {
+    try {
+        throw;
+    } catch (const std::exception& e) {
+        __android_log_print(ANDROID_LOG_ERROR, kTag, "%s failed: %s", what, e.what());
+    } catch (...) {
+        __android_log_print(ANDROID_LOG_ERROR, kTag, "%s failed: unknown exception", what);
+    }
 }
+}  // namespace
 
 BufferMgmt::BufferMgmt(unsigned count, unsigned size, trevo::CompositorBridge* bridge,
                        unsigned char stream_id, unsigned char stream_idx)
-    : bridge(bridge), stream_id(stream_id), stream_idx(stream_idx) {
+    : bridge(bridge), stream_id(stream_id), stream_idx(stream_idx), bufferSize(size) {
     for (unsigned i = 0; i < count; ++i) {
-        fillQ.push(std::make_unique<FlatTestBuffer>(size));
+        auto buffer = std::make_unique<FlatTestBuffer>(size);
+        // A buffer without memory would only make every frame it meets fail.
+        if (size > 0 && buffer->capacity == size) {
+            fillQ.push(std::move(buffer));
+        } else {
+            missing.push_back(std::move(buffer));
+        }
+    }
+    missingCount = static_cast<int>(missing.size());
+    if (!missing.empty()) {
+        __android_log_print(ANDROID_LOG_WARN, kTag,
+                            "Stream [%u] [%u]: %zu of %u hardware buffers could not be made, "
+                            "trying again\n",
+                            stream_id, stream_idx, missing.size(), count);
     }
     trevo::ConversionFactory::getInstance().registerFrameSink(this);
+}
+
+int BufferMgmt::repair() {
+    std::lock_guard<std::recursive_mutex> guard(lock);
+    if (missing.empty())
+        return 0;
+    for (auto it = missing.begin(); it != missing.end();) {
+        (*it)->reinit(bufferSize);
+        if (bufferSize > 0 && (*it)->capacity == bufferSize) {
+            fillQ.push(std::move(*it));
+            it = missing.erase(it);
+        } else {
+            ++it;
+        }
+    }
+    missingCount = static_cast<int>(missing.size());
+    if (missing.empty()) {
+        __android_log_print(ANDROID_LOG_INFO, kTag, "Stream [%u] [%u]: hardware buffers complete\n",
+                            stream_id, stream_idx);
+    }
+    return missingCount;
 }
 
 BufferMgmt::~BufferMgmt() {
@@ -74,7 +123,7 @@ void BufferMgmt::stopStream() {
     }
 }
 
-void BufferMgmt::msgHandler() {
+void BufferMgmt::msgHandler() try {
     for (;;) {
         if (!running)
             return;
@@ -90,12 +139,20 @@ void BufferMgmt::msgHandler() {
             continue;  // a wake-up left over from an earlier stop
         FlatBuffer flat;
         void* address = buffer->lockBuffer(&flat);
-        convert(flat, buffer->size);
+        try {
+            convert(flat, buffer->size);
+        } catch (...) {
+            logFailure("conversion");  // the frame is lost, the buffer is not
+        }
         if (address != nullptr)
             buffer->unlock();
         guard.unlock();
         fillQ.push(std::move(buffer));
     }
+} catch (...) {
+    // Only the queues' own locking and allocation are left here; the thread
+    // ends and the next stopStream joins it as usual.
+    logFailure("conversion thread");
 }
 
 void BufferMgmt::convert(FlatBuffer& buffer, unsigned size) {
@@ -108,7 +165,7 @@ void BufferMgmt::convert(FlatBuffer& buffer, unsigned size) {
     trevo::ConversionFactory::getInstance().convert(&frame, kBlobFormat);
 }
 
-void BufferMgmt::processBuffer(trevo::GBuffer* frame) const {
+void BufferMgmt::processBuffer(trevo::GBuffer* frame) const try {
     if (frame == nullptr)
         return;
     if (frame->stream_id != stream_id || frame->stream_idx != stream_idx)
@@ -121,6 +178,8 @@ void BufferMgmt::processBuffer(trevo::GBuffer* frame) const {
                             "BUG: socket connection dropped to uvc_gadget. Trying to recover.");
         bridge->registerProjector(0);
     }
+} catch (...) {
+    logFailure("frame hand-over");
 }
 
 void BufferMgmt::preProcessBuffer(trevo::GBuffer* /*frame*/) const {}

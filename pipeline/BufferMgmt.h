@@ -5,6 +5,7 @@
 #include <memory>
 #include <mutex>
 #include <thread>
+#include <vector>
 
 #include "pipeline/BlockingQueue.h"
 #include "pipeline/FlatBuffer.h"
@@ -40,6 +41,13 @@ public:
     void msgHandler();
     void convert(FlatBuffer& buffer, unsigned size);
 
+    // Hardware buffers that could not be made are kept out of circulation
+    // (fillQ and convertQ hold only buffers of the full size). repair()
+    // tries to make them again and puts those that now exist into fillQ;
+    // it returns how many are still missing. Thread-safe (takes `lock`).
+    int repair();
+    int missingBuffers() const { return missingCount; }
+
     bool isRunning() const { return running; }
     bool isThreadStarted() const;
     uint8_t streamId() const { return stream_id; }
@@ -56,6 +64,9 @@ public:
 private:
     uint8_t stream_id;
     uint8_t stream_idx;
+    const unsigned bufferSize;
+    std::vector<std::unique_ptr<FlatTestBuffer>> missing;  // guarded by `lock`
+    std::atomic<int> missingCount{0};
     std::thread msgThread;
     // Read by the conversion thread outside `lock` between buffers.
     std::atomic<bool> running{true};

@@ -2,13 +2,16 @@
 
 #include <android/log.h>
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <turbojpeg.h>
 #include <unistd.h>
 
 #include <atomic>
+#include <cerrno>
 #include <cstdio>
 #include <cstring>
 
+#include "base/UniqueFd.h"
 #include "pipeline/DemoBufferSettings.h"
 
 namespace uvc_client {
@@ -95,17 +98,46 @@ unsigned DemoBuffer::readFrameFile(bool mjpeg, const trevo::HalUvcConfig& config
         DemoBufferSettings::framePath(path, sizeof(path), kind, config.width, config.height, 0);
     }
     ++index;
-    const int fd = open(path, O_RDONLY | O_CLOEXEC);
-    if (fd < 0 || buffer == nullptr) {
-        if (fd >= 0) {
-            close(fd);
+    if (buffer == nullptr) {
+        return 0;
+    }
+    // Runs on the loop thread, which every stream shares: a FIFO or a device
+    // must not hold it in open() or read(), and a link must not lead out of
+    // the frame directory. So: no blocking, no link for the file itself, and
+    // regular files only. Linked directories on the way are accepted: the
+    // frame root is the device's own setting and often a link to storage.
+    VOLUT::UniqueFd fd(open(path, O_RDONLY | O_NONBLOCK | O_NOFOLLOW | O_CLOEXEC));
+    if (!fd.valid()) {
+        const int e = errno;
+        // A missing file is the end of a sequence (or no sequence), not a fault.
+        if (e != ENOENT) {
+            warnOnce(path, e == ELOOP ? "a symbolic link" : strerror(e));
         }
         return 0;
     }
+    struct stat st;
+    if (fstat(fd.get(), &st) != 0 || !S_ISREG(st.st_mode)) {
+        warnOnce(path, "not a regular file");
+        return 0;
+    }
     const unsigned limit = size < kMaxFrameFileBytes ? size : kMaxFrameFileBytes;
-    const ssize_t got = read(fd, buffer, limit);
-    close(fd);
-    return got > 0 ? static_cast<unsigned>(got) : 0;
+    const ssize_t got = read(fd.get(), buffer, limit);
+    if (got < 0) {
+        warnOnce(path, strerror(errno));
+        return 0;
+    }
+    return static_cast<unsigned>(got);
+}
+
+void DemoBuffer::warnOnce(const char* path, const char* reason) {
+    if (fileWarningGiven) {
+        return;
+    }
+    fileWarningGiven = true;
+    __android_log_print(ANDROID_LOG_WARN, kTag,
+                        "Frame file %s skipped (%s): empty frames, not repeated until the stream "
+                        "restarts\n",
+                        path, reason);
 }
 
 unsigned DemoBuffer::compressJpeg(const trevo::HalUvcConfig& config, void* buffer, unsigned size) {

@@ -27,6 +27,12 @@ public:
     // that does not fit is not made.
     unsigned uvc_video_fill_buffer(const trevo::HalUvcConfig& config, void* buffer, unsigned size);
 
+    // A frame file that is not a regular file (a FIFO, a device, a symbolic
+    // link) or cannot be read gives an empty frame and one warning; further
+    // ones stay quiet until this is called (the frame source does so at
+    // every start of its stream).
+    void rearmFileWarning() { fileWarningGiven = false; }
+
     // Next value of the shared JPEG pattern counter (all DemoBuffers).
     static uint8_t jpegPatternValue();
     static void setJpegPatternValue(uint8_t value);
@@ -39,10 +45,13 @@ public:
     uint8_t nv12Value = 0;
 
 private:
+    bool fileWarningGiven = false;
+
     unsigned fillPattern(int width, int height, unsigned rowLength, uint8_t& value, void* buffer,
                          unsigned size);
     unsigned readFrameFile(bool mjpeg, const trevo::HalUvcConfig& config, int32_t& index,
                            void* buffer, unsigned size);
+    void warnOnce(const char* path, const char* reason);
     unsigned compressJpeg(const trevo::HalUvcConfig& config, void* buffer, unsigned size);
 };
 

@@ -14,16 +14,30 @@ StreamBuffer::StreamBuffer(hidl_uvc_client::StreamHandler* owner, unsigned char 
                            unsigned char idx)
     : handler(owner), stream_id(id), stream_idx(idx) {
     onTimeout = [this] { LoadFrameTimeoutHandler(); };
-    timer = std::make_unique<util::hidl_uvc_client::timer>(onTimeout);
 }
 
 StreamBuffer::~StreamBuffer() = default;
 
+bool StreamBuffer::ensureTimer() {
+    if (!timer || !timer->registered()) {
+        // Not registered, so the loop cannot be dispatching it.
+        timer.reset();
+        timer = std::make_unique<util::hidl_uvc_client::timer>(onTimeout);
+    }
+    return timer->registered();
+}
+
 void StreamBuffer::startStream(double period) {
-    timer->set_interval(false, static_cast<float>(period));
+    demo.rearmFileWarning();
+    if (timer) {
+        timer->set_interval(false, static_cast<float>(period));
+    }
 }
 
 void StreamBuffer::stopStream() {
+    if (!timer) {
+        return;
+    }
     if (timer->wakealarm_fd <= 0) {
         __android_log_print(ANDROID_LOG_INFO, nullptr, "no wake alarm fd\n");
         return;

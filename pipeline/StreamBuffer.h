@@ -26,9 +26,14 @@ public:
     StreamBuffer(const StreamBuffer&) = delete;
     StreamBuffer& operator=(const StreamBuffer&) = delete;
 
+    // Makes the wake alarm if there is none or it could not be registered
+    // (no descriptor is held before the stream first starts). True when it
+    // is registered with the event loop.
+    bool ensureTimer();
     // Arms the wake alarm: first frame after 30 ms, then one per `period` s.
     void startStream(double period);
-    // Disarms it; does not wait for an expiry already being handled.
+    // Disarms it (nothing to do before it exists); does not wait for an
+    // expiry already being handled.
     void stopStream();
     // One frame; the timer's callback (loop thread).
     void LoadFrameTimeoutHandler();
@@ -44,7 +49,7 @@ private:
     DemoBuffer demo;
     uint32_t stream_id;
     uint32_t stream_idx;
-    std::unique_ptr<util::hidl_uvc_client::timer> timer;
+    std::unique_ptr<util::hidl_uvc_client::timer> timer;  // null until ensureTimer
     std::function<void()> onTimeout;
 };
 

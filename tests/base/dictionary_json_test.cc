@@ -268,10 +268,12 @@ TEST(SerializationConcurrency, ParallelCallsAreIndependent) {
     EXPECT_EQ(0, mismatches);
 }
 
-TEST(PasswordMask, MasksTheValueAfterTheFirstKeyText) {
+TEST(PasswordMask, MasksTheValueAfterEveryKeyText) {
     const std::pair<const char*, const char*> cases[] = {
         {R"({"Password":"s3cret","user":"u"})", R"({"Password":"*","user":"u"})"},
-        {R"({"Password":"a","Password":"b"})", R"({"Password":"*","Password":"b"})"},
+        {R"({"Password":"a","Password":"b"})", R"({"Password":"*","Password":"*"})"},
+        {R"([{"Password":"a"},{"x":{"Password":"b\"c"}},"Password":")",
+         R"([{"Password":"*"},{"x":{"Password":"*"}},"Password":")"},  // the last has no value
         {R"({"Password":""})", R"({"Password":"*"})"},
         {R"({"Password":"a\\\"b\\"})", R"({"Password":"*"})"},     // escaped quote belongs to it
         {R"({"Password":"s3cret, user: 1)", R"({"Password":"*)"},  // no closing quote

@@ -6,6 +6,7 @@
 
 #include <atomic>
 #include <chrono>
+#include <new>
 #include <string>
 #include <thread>
 
@@ -69,6 +70,26 @@ TEST(ThreadTest, RunsNamedTaskAndStartsAgainAfterJoinOrEnd) {
     t.waitForStop();  // nothing left to join
     EXPECT_EQ(Probe::deleted, 3);
     EXPECT_EQ(Probe::name, "third");
+}
+
+// A task that throws ends with one error line; the process lives on and the
+// Thread can run the next task.
+TEST(ThreadTest, ThrowingTaskEndsWithOneLineAndLeavesTheThreadIdle) {
+    struct Throwing : VOLUT::Runnable {
+        void run() override { throw std::bad_alloc(); }
+    };
+    volut_test::DefaultServerCapture cap;
+    Probe::deleted = 0;
+    Thread t;
+    ASSERT_TRUE(t.start(new Throwing(), "throws", Thread::PRIORITY_NORMAL));
+    t.waitForStop();
+    const auto lines = cap.untilMarker();
+    ASSERT_EQ(1u, lines.size());
+    EXPECT_TRUE(volut_test::Has(lines[0].text, "ended by an exception: std::bad_alloc\"\n"));
+    EXPECT_FALSE(t.isStarted());
+    ASSERT_TRUE(t.start(new Probe(), "after", Thread::PRIORITY_NORMAL));
+    t.waitForStop();
+    EXPECT_EQ(Probe::deleted, 1);
 }
 
 TEST(ThreadTest, SecondStartIsRefusedAndStopIsCooperative) {

@@ -9,6 +9,8 @@
 #include "CameraTestSupport.h"
 #include "base/Dictionary.h"
 #include "base/Serialization.h"
+#include "base/log_test_support.h"
+#include "camera/MessageLimits.h"
 #include "camera/UvcCamMsgHandler.h"
 #include "trevo/CompositorBridge.h"
 
@@ -169,7 +171,7 @@ TEST_F(UvcCamMsgHandlerTest, MessagesThatChangeNothingAndSendNothing) {
         {R"({"type":1,"param":1,"msg_type":"uvc_report","content":{}})", header},
         {"{}", unknown}, {"", unknown}, {"not json", unknown},
         {report(R"({"brightness":"get")"), unknown},
-        {report(R"({"gain":)" + std::string(100000, '[')), unknown},  // too deep to parse
+        {report(R"({"gain":)" + std::string(40, '[')), unknown},  // too deep to parse
         // Parameter messages are only acknowledged. Absent members read -1,
         // present ones of another kind 0; wider numbers are printed in full.
         {R"({"type":"uvc","param":1,"value":50,"value2":0})", param("1", "50", "0")},
@@ -191,13 +193,97 @@ TEST_F(UvcCamMsgHandlerTest, MessagesThatChangeNothingAndSendNothing) {
 }
 
 TEST_F(UvcCamMsgHandlerTest, HostileNamesAndValues) {
-    const std::string bigName(1 << 20, 'n'), bigValue = "123" + std::string(1 << 20, '9');
+    // Together just within the byte limit.
+    const std::string bigName(60000, 'n'), bigValue = "123" + std::string(5000, '9');
     handle(report(R"({")" + bigName + R"(":"get","gain":")" + bigValue + R"("})"));
     // The value is clamped, not overflowed; a NUL cuts a name; quotes are escaped.
     handle(report(R"({"gain":"get","hue\u0000xyz":"get","a\"b\\c\/d\n":"get"})"));
     EXPECT_EQ(bridge.replies, (Lines{reply(bigName, "-1"),
                                      R"({ "source": "app", "response": { "a\"b\\c\/d\n": "-1" } })",
                                      reply("gain", "2147483647"), reply("hue", "-255")}));
+}
+
+// Each limit: a message just within is handled, one just beyond is refused
+// with one line and nothing else, and the next message is answered.
+TEST_F(UvcCamMsgHandlerTest, MessagesBeyondTheLimitsAreRefusedUnparsed) {
+    using uvc_client::MessageLimits;
+    // Structure inside strings does not count.
+    const std::string get = R"({"msg_type":"uvc_report","content":{"gain":"get","x":"{[,:"})";
+    // `get` has 2 objects and 6 separators; ,"p":[ adds 1 and 2.
+    auto padded = [&get](size_t elements, const std::string& element) {
+        std::string text = get + R"(,"p":[)";
+        for (size_t i = 0; i < elements; ++i) {
+            text += (i ? "," : "") + element;
+        }
+        return text + "]}";
+    };
+    const size_t objects = MessageLimits::kMaxContainers - 3,
+                 elements = MessageLimits::kMaxSeparators - 7;
+    std::string spaced = get + "}";
+    spaced.insert(1, MessageLimits::kMaxBytes - spaced.size(), ' ');
+    const std::pair<std::string, std::string> cases[] = {
+        // message, refusal
+        {spaced, ""},
+        {" " + spaced, "message refused: 65537 bytes, the limit is 65536"},
+        {padded(objects, "{}"), ""},
+        {padded(objects + 1, "{}"), "message refused: 65 objects and arrays, the limit is 64"},
+        {padded(elements, "0"), ""},
+        {padded(elements + 1, "0"), "message refused: 2049 commas and colons, the limit is 2048"}};
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.second);
+        bridge.replies.clear();
+        const Lines out = handle(c.first);
+        if (c.second.empty()) {
+            EXPECT_EQ(bridge.replies, Lines{reply("gain", "-255")});
+        } else {
+            EXPECT_EQ(out, (Lines{kHandle, c.second}));
+            EXPECT_TRUE(bridge.replies.empty());
+            handle(get + "}");
+            EXPECT_EQ(bridge.replies, Lines{reply("gain", "-255")});
+        }
+    }
+}
+
+// The value of a member named Password is printed as "*", whatever the
+// message; the Android log and the base log never see it either.
+TEST_F(UvcCamMsgHandlerTest, PasswordValueIsNeverPrinted) {
+    const std::string secret = "hunter2";
+    EXPECT_EQ(
+        handle(report(R"({"Password":"hunter2"})")),
+        (Lines{kHandle, "msg_type = [uvc_report]", "content key = [Password]", "content val = [*]",
+               "==== key, val = [Password: *]", "no setting named: [Password]",
+               "content key = [Password]", "content val = [*]"}));
+    EXPECT_EQ(handle(report(R"({"Password":"get"})")).at(5), "==== Get value for [*]");
+    // A set of Password carries it in "value", which every set reads.
+    EXPECT_EQ(
+        handle(report(R"({"Password":"set","gain":"set","value":"hunter2"})")),
+        (Lines{kHandle, "msg_type = [uvc_report]", "content key = [Password]", "content val = [*]",
+               "==== Set value for [*: *]", "no setting named: [Password]", "content key = [gain]",
+               "content val = [set]", "==== Set value for [set: *]", "content key = [value]",
+               "content val = [*]", "==== key, val = [value: *]", "no setting named: [value]",
+               "content key = [Password]", "content val = [*]", "content key = [gain]",
+               "content val = [set]", "content key = [value]", "content val = [*]"}));
+    volut_test::DefaultServerCapture base;  // the base log, written to the Android log
+    std::string printed;
+    for (const std::string& message :
+         {report(R"({"Password":"hunter2","gain":"get","preset":"apply","presetID":1})"),
+          report(R"({"Password":"get"})"),
+          report(R"({"x":{"Password":"hunter2"},"Password":["hunter2"]})"),
+          std::string(R"({"msg_type":"other","content":{"Password":"hunter2"}})"),
+          std::string(R"({"type":0,"param":1,"Password":"hunter2"})"),
+          std::string(R"({"Password":"hunter2"})"), report(R"({"Password":"hunter2")"),
+          std::string(R"({"Password":"hunter2)"), report(R"({"Password":"set","value":"hunter2")"),
+          report(R"({"Password":"hunter2","pad":")" + std::string(70000, ' ') + R"("})")}) {
+        for (const std::string& line : handle(message)) {
+            printed += line + "\n";
+        }
+    }
+    const auto logged = base.untilMarker();
+    EXPECT_EQ(std::string::npos, printed.find(secret)) << printed;
+    for (const auto& record : base.capture().records()) {
+        EXPECT_EQ(std::string::npos, record.text.find(secret)) << record.text;
+    }
+    EXPECT_EQ(3u, logged.size());  // one per text that does not parse
 }
 
 // Thousands of messages from a fixed seed: none may crash, every reply is

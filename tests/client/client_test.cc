@@ -1,3 +1,4 @@
+#include <fcntl.h>
 #include <sys/resource.h>
 #include <unistd.h>
 
@@ -108,6 +109,57 @@ TEST(InitDeathTest, NoEventLoopMeansNoClient) {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
     EXPECT_EXIT(_exit(initWithoutDescriptors()), testing::ExitedWithCode(0),
                 "Initialization event loop failed, exiting\n");
+}
+
+// Under 1,024 descriptors, 2,000 other stream numbers arrive before the UVC
+// streams are set up; 50 of them have a stream to run and come twice.
+// Exit code: 0 when all eight UVC streams deliver and each refused number
+// was refused with one line.
+int floodThenStream() {
+    const int devNull = open("/dev/null", O_WRONLY);
+    dup2(devNull, STDOUT_FILENO);
+    const struct rlimit limit = {1024, 1024};
+    if (setrlimit(RLIMIT_NOFILE, &limit) != 0) {
+        return 2;
+    }
+    auto& host = trevo_standin::Host::instance();
+    android_standin::LogCapture log;
+    ClientHarness h;
+    std::vector<uint64_t> tickets;
+    for (int i = 0; i < 2000 + 50; ++i) {
+        const int n = i < 2000 ? i : (i - 2000) * 40;
+        const uint8_t id = 2 + n / 250, idx = n % 250;
+        if (i < 2000 && n % 40 == 0) {
+            host.setConfig(id, idx, streamConfig(16, 8, 30, DemoBuffer::kFormatYUYV, 1));
+        }
+        tickets.push_back(host.hotplug(4, id, idx, i % 4));
+    }
+    for (uint64_t t : tickets) {
+        if (!host.waitDelivered(t, 30s)) {
+            return 3;
+        }
+    }
+    for (uint8_t s = 0; s < 8; ++s) {
+        host.setConfig(s / 4, s % 4, streamConfig(32, 16, 30, DemoBuffer::kFormatYUYV, 1));
+    }
+    if (!host.waitDelivered(host.hotplug(4, 255, 0), 10s)) {
+        return 4;
+    }
+    for (uint8_t s = 0; s < 8; ++s) {
+        if (!host.waitForFrames(s / 4, s % 4, 3, 5s)) {
+            return 10 + s;
+        }
+    }
+    size_t refusals = 0;
+    for (const auto& r : log.withTag("StreamHandler")) {
+        refusals += r.text.find(": refused, 8 streams besides 0:0 to 1:3") != std::string::npos;
+    }
+    return refusals == 50 - 8 ? 0 : 5;
+}
+
+TEST(StreamLimitDeathTest, AFloodOfStreamNumbersLeavesTheUvcStreamsTheirDescriptors) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    EXPECT_EXIT(_exit(floodThenStream()), testing::ExitedWithCode(0), "");
 }
 
 }  // namespace

@@ -60,17 +60,27 @@ TEST_F(StreamHandlerTest, BuffersAreMadeForANewSetupAndKeptAcrossStopAndRestart)
 }
 
 TEST_F(StreamHandlerTest, UnusableSetupsStartNothingAndTheEarlierSetupWorksAgain) {
-    change(64, 48, 30, DemoBuffer::kFormatYUYV, 1);
     android_standin::LogCapture log;
-    change(64, 48, 0, DemoBuffer::kFormatYUYV, 1);
-    EXPECT_EQ(-1, framePeriod());
+    const int refusedRates[] = {0, -5, 241, 100000000, 2147483647};
+    for (int fps : refusedRates) {
+        change(64, 48, 30, DemoBuffer::kFormatYUYV, 1);
+        change(64, 48, fps, DemoBuffer::kFormatYUYV, 1);
+        EXPECT_EQ(-1, framePeriod()) << fps;
+        EXPECT_EQ(-1, handOverPeriod()) << fps;
+    }
+    change(64, 48, 240, DemoBuffer::kFormatYUYV, 1);  // the highest rate streamed
+    EXPECT_EQ(4166668, handOverPeriod());
     change(40000, 40000, 30, DemoBuffer::kFormatYUYV, 1);
     EXPECT_EQ(-1, handOverPeriod());
     auto lines = log.withTag("StreamHandler");
-    ASSERT_EQ(2u, lines.size());
-    EXPECT_EQ(ANDROID_LOG_WARN, lines[0].priority);
-    EXPECT_EQ("Stream [0] [0]: frame rate 0 cannot be streamed, not started\n", lines[0].text);
-    EXPECT_EQ("Stream [0] [0]: frame 40000x40000 is too large, not started\n", lines[1].text);
+    ASSERT_EQ(6u, lines.size());
+    for (size_t i = 0; i < 5; ++i) {
+        EXPECT_EQ(ANDROID_LOG_WARN, lines[i].priority);
+        EXPECT_EQ("Stream [0] [0]: frame rate " + std::to_string(refusedRates[i]) +
+                      " cannot be streamed, not started\n",
+                  lines[i].text);
+    }
+    EXPECT_EQ("Stream [0] [0]: frame 40000x40000 is too large, not started\n", lines[5].text);
 
     change(64, 48, 30, DemoBuffer::kFormatYUYV, 1);
     change(0, 48, 30, DemoBuffer::kFormatYUYV, 1);  // size 0 cleans the pool

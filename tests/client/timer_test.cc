@@ -4,7 +4,11 @@
 #include <sys/eventfd.h>
 #include <sys/timerfd.h>
 
+#include <sys/resource.h>
+#include <unistd.h>
+
 #include <atomic>
+#include <fstream>
 #include <limits>
 #include <memory>
 #include <thread>
@@ -35,39 +39,83 @@ protected:
     android_standin::LogCapture log;
 };
 
-TEST_F(TimerTest, EventLoopCountsOnlySuccessfulRegistrationsAndSkipsNullCallbacks) {
-    EXPECT_EQ(static_cast<uint32_t>(EPOLLIN | EPOLLWAKEUP),
-              event_loop_utils::epollMask(EPOLLIN, 1));
-    EXPECT_EQ(static_cast<uint32_t>(EPOLLIN), event_loop_utils::epollMask(EPOLLIN, 2));
+// Entries of an epoll set, as the kernel lists them.
+int epollEntries(int epfd) {
+    std::ifstream info("/proc/self/fdinfo/" + std::to_string(epfd));
+    int n = 0;
+    for (std::string line; std::getline(info, line);) {
+        n += line.rfind("tfd:", 0) == 0;
+    }
+    return n;
+}
+
+// Init makes the epoll instance and nothing else. Every ready descriptor is
+// dispatched by the one wait in which it became ready, however many there
+// are (null callbacks skipped); the stop descriptor exists only while a
+// running loop is being stopped. Only successful registrations count.
+TEST(EventLoopTest, InitHoldsNothingAndOneWaitDispatchesEveryReadyDescriptor) {
     const int before = event_loop_utils::registeredCount();
-    const int fd = eventfd(1, EFD_NONBLOCK);  // never drained: ready every wait
+    ASSERT_EQ(0, event_loop_init());
+    EXPECT_EQ(0, epollEntries(event_loop_utils::epollDescriptor()));
+    EXPECT_EQ(before, event_loop_utils::registeredCount());
+
+    std::atomic<int> calls{0};
+    event_loop_handler ready = {[](void* c) {
+                                    ++*static_cast<std::atomic<int>*>(c);
+                                    event_loop_utils::stop();  // after this wait's dispatch
+                                },
+                                &calls};
     event_loop_handler nothing = {nullptr, nullptr};
-    EXPECT_EQ(0, event_loop_register(fd, &nothing, EPOLLIN, 1));
-    EXPECT_EQ(-1, event_loop_register(fd, &nothing, EPOLLIN, 0));  // already there
-    EXPECT_EQ(-1, event_loop_register(-1, &nothing, EPOLLIN, 0));
-    EXPECT_EQ(before + 1, event_loop_utils::registeredCount());
-    timer alive(count);
-    alive.set_interval(false, 0.005f);
+    std::vector<int> fds(300);
+    for (size_t i = 0; i < fds.size(); ++i) {
+        fds[i] = eventfd(1, EFD_NONBLOCK);  // never drained: ready every wait
+        ASSERT_EQ(0, event_loop_register(fds[i], i % 10 ? &ready : &nothing, EPOLLIN, 1));
+    }
+    EXPECT_EQ(-1, event_loop_register(fds[0], &ready, EPOLLIN, 0));  // already there
+    EXPECT_EQ(-1, event_loop_register(-1, &ready, EPOLLIN, 0));
     std::thread loop([] { event_loop_run(nullptr); });
-    std::this_thread::sleep_for(80ms);
-    event_loop_utils::stop();
     loop.join();
-    EXPECT_GT(calls, 0);
-    EXPECT_EQ(0, event_loop_unregister(fd));
-    EXPECT_EQ(-1, event_loop_unregister(fd));
-    EXPECT_EQ(before + 1, event_loop_utils::registeredCount());
-    close(fd);
+    EXPECT_EQ(270, calls.load());
+    EXPECT_EQ(before + 300, event_loop_utils::registeredCount());
+    EXPECT_EQ(300, epollEntries(event_loop_utils::epollDescriptor()));
+    for (int fd : fds) {
+        EXPECT_EQ(0, event_loop_unregister(fd));
+        EXPECT_EQ(-1, event_loop_unregister(fd));
+        close(fd);
+    }
+    EXPECT_EQ(before, event_loop_utils::registeredCount());
     // 1 s + 20,000,000 ns; a wrong split of the milliseconds is EINVAL.
     EXPECT_EQ(0, nsleep(1020));
     EXPECT_EQ(-1, nsleep(-5));
 }
 
+// Fills every descriptor slot but one, then initialises the loop.
+int initWithOneFreeDescriptor() {
+    const struct rlimit few = {64, 64};
+    if (setrlimit(RLIMIT_NOFILE, &few) != 0) {
+        return 2;
+    }
+    int last = -1;
+    for (int fd; (fd = dup(STDERR_FILENO)) >= 0;) {
+        last = fd;
+    }
+    close(last);
+    return event_loop_init() == 0 ? 0 : 1;
+}
+
+TEST(EventLoopDeathTest, InitNeedsOnlyOneDescriptor) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    EXPECT_EXIT(_exit(initWithOneFreeDescriptor()), testing::ExitedWithCode(0), "");
+}
+
 TEST_F(TimerTest, ArmsWithThirtyMsFirstExpiryRefusesWhatDoesNotFitAndDisarms) {
     EXPECT_EQ(33333337, timer::intervalNs(1.0f / 30));  // single precision
     EXPECT_EQ(40000000, timer::intervalNs(0.04f));      // multiple of 10: nothing added
+    // Too long for a signed 32-bit count, negative, not a number, or so short
+    // that the period would be 0 (a single expiry instead of a period).
     for (float bad : {2.5f, -0.01f, std::numeric_limits<float>::quiet_NaN(),
-                      std::numeric_limits<float>::infinity()}) {
-        EXPECT_EQ(-1, timer::intervalNs(bad));  // does not fit a signed 32-bit count
+                      std::numeric_limits<float>::infinity(), 0.0f, 1e-10f}) {
+        EXPECT_EQ(-1, timer::intervalNs(bad)) << bad;
     }
     timer t(count);
     struct itimerspec s = {};

@@ -195,6 +195,34 @@ TEST_F(BufferMgmtTest, ADestroyedSinkIsNeverCalled) {
     EXPECT_EQ(host.frameCount(0, 1), 0u);
 }
 
+TEST_F(BufferMgmtTest, BuffersThatCouldNotBeMadeStayOutOfCirculationUntilRepaired) {
+    android_standin::LogCapture log;
+    testing::internal::CaptureStdout();
+    hb::failAllocations(2);
+    auto mgmt = makeMgmt(3, 64, 1, 2);
+    EXPECT_EQ(mgmt->missingBuffers(), 2);
+    auto full = [](const std::unique_ptr<FlatTestBuffer>& b) {
+        EXPECT_TRUE(b && b->capacity == 64 && b->heldBuffer() != nullptr);
+    };
+    mgmt->fillQ.forEach(full);  // only the buffer that exists circulates
+    EXPECT_EQ(mgmt->fillQ.size(), 1);
+    hb::failAllocations(1);
+    EXPECT_EQ(mgmt->repair(), 1);
+    EXPECT_EQ(mgmt->repair(), 0);
+    EXPECT_EQ(mgmt->repair(), 0);  // nothing left to make
+    mgmt->fillQ.forEach(full);
+    expectHolds(*mgmt, 3);
+    EXPECT_EQ(testing::internal::GetCapturedStdout(),
+              "Cannot allocate buffer: [-12]\nCannot allocate buffer: [-12]\n"
+              "Cannot allocate buffer: [-12]\n");
+    auto lines = log.withTag("ConvFactory");
+    ASSERT_EQ(lines.size(), 2u);
+    EXPECT_EQ(lines[0].priority, ANDROID_LOG_WARN);
+    EXPECT_EQ(lines[0].text,
+              "Stream [1] [2]: 2 of 3 hardware buffers could not be made, trying again\n");
+    EXPECT_EQ(lines[1].text, "Stream [1] [2]: hardware buffers complete\n");
+}
+
 TEST_F(BufferMgmtTest, FailedLockInTheConversionThreadSendsNothingAndKeepsTheBuffer) {
     Buffers pool(5, 64);
     auto mgmt = makeMgmt(1, 64);

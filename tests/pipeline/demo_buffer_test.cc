@@ -1,10 +1,14 @@
 #include <android/log.h>
 #include <dlfcn.h>
+#include <fcntl.h>
+#include <sys/stat.h>
 #include <turbojpeg.h>
+#include <unistd.h>
 
 #include <atomic>
 #include <cstdlib>
 #include <fstream>
+#include <future>
 
 #include <gtest/gtest.h>
 
@@ -118,6 +122,47 @@ TEST_F(DemoBufferFiles, LargeFileIsCutAtTheBufferAndFailedReadGivesZero) {
     EXPECT_EQ(0xAA, buf[256]);
     EXPECT_EQ("", fill(demo, config(8, 8, DemoBuffer::kFormatH264), buf, 256));
     EXPECT_EQ(2, demo.h264FrameIndex);
+}
+
+TEST_F(DemoBufferFiles, OnlyRegularFilesAreReadWithoutBlockingAndWarnedOnce) {
+    write("8_8", "frame1", "good");
+    const std::string dir = root_ + "/8_8/";
+    ASSERT_EQ(0, mkfifo((dir + "frame0").c_str(), 0600));  // no writer: open() would wait
+    ASSERT_EQ(0, symlink("/dev/zero", (dir + "frame2").c_str()));
+    ASSERT_EQ(0, symlink((dir + "frame1").c_str(), (dir + "frame3").c_str()));
+    // A reader stuck on the FIFO is let go by opening and closing its write
+    // end, so that a blocking read fails the test instead of hanging it.
+    auto next = [&] {
+        auto done = std::async(std::launch::async, [&] {
+            return fill(demo, config(8, 8, DemoBuffer::kFormatH264), buf, 256);
+        });
+        if (done.wait_for(std::chrono::seconds(1)) == std::future_status::timeout) {
+            ADD_FAILURE() << "reading a frame file blocked";
+            while (done.wait_for(std::chrono::milliseconds(10)) == std::future_status::timeout) {
+                const int w = open((dir + "frame0").c_str(), O_WRONLY | O_NONBLOCK);
+                if (w >= 0)
+                    close(w);
+            }
+        }
+        return done.get();
+    };
+    android_standin::LogCapture log;
+    std::vector<std::string> got;
+    for (int i = 0; i < 7; ++i)
+        got.push_back(next());
+    // FIFO, file, link to a device, link to a file, then from frame 0 again.
+    EXPECT_EQ((std::vector<std::string>{"", "good", "", "", "", "good", ""}), got);
+    ASSERT_EQ(1u, log.withTag("ConvFactory").size());
+    EXPECT_EQ(ANDROID_LOG_WARN, log.records()[0].priority);
+    EXPECT_EQ("Frame file " + dir +
+                  "frame0 skipped (not a regular file): empty frames, not repeated until the "
+                  "stream restarts\n",
+              log.records()[0].text);
+    demo.rearmFileWarning();  // a restart of the stream
+    EXPECT_EQ("", next());
+    auto warned = log.withTag("ConvFactory");
+    ASSERT_EQ(2u, warned.size());
+    EXPECT_NE(std::string::npos, warned[1].text.find("frame3 skipped (a symbolic link)"));
 }
 
 TEST(DemoBufferJpeg, PatternJpegAndWhatDoesNotFitOrCannotBeMade) {

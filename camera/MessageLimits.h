@@ -1,0 +1,25 @@
+#pragma once
+
+#include <cstddef>
+#include <string>
+
+namespace uvc_client {
+
+// Limits on one camera-control message, checked on its text before anything
+// is parsed, so that the memory one message can take stays bounded (the
+// numbers behind them are in MessageLimits.cc).
+struct MessageLimits {
+    static constexpr size_t kMaxBytes = 64 * 1024;
+    // '{' and '[' outside strings: a parsed object takes up to about 2 KB.
+    static constexpr size_t kMaxContainers = 64;
+    // ',' and ':' outside strings: about one per array element and two per
+    // object member.
+    static constexpr size_t kMaxSeparators = 2048;
+};
+
+// Empty when `message` is within the limits; otherwise one line (without line
+// end) naming the limit it exceeds. Reads the text once and allocates only
+// for the line.
+std::string messageRefusal(const std::string& message);
+
+}  // namespace uvc_client
