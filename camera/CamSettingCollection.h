@@ -5,6 +5,7 @@
 #include <string>
 
 #include "camera/CamSetting.h"
+#include "uvc_export.h"
 
 namespace uvc_client {
 
@@ -13,7 +14,8 @@ namespace uvc_client {
 // lock; it is used on the thread that delivers camera messages.
 class CamSettingCollection {
 public:
-    static CamSettingCollection& Instance();
+    // Exported so that tools can list the rows (names, ranges, defaults).
+    UVC_EXPORT static CamSettingCollection& Instance();
 
     // Builds the fixed 29 rows; prints one "Camel back style" line for each of
     // the 17 UVC-control rows.

@@ -2,15 +2,18 @@
 
 // A stand-in for the library behind UvcLink: a hot-plug event for a
 // streaming stream delivers `framesPerHotplug` frames at once, spaced one
-// frame period apart and a reply "stream changed"; every control message
-// containing "get" is answered.
+// frame period apart and a reply "stream changed". Control messages act on
+// a small settings table as the library's does: "get" entries are answered
+// one reply each, other entries write the value.
+
+#include <json-c/json.h>
 
 #include <map>
 #include <mutex>
 #include <string>
 #include <vector>
 
-#include "UvcLink.h"
+#include "link/UvcLink.h"
 
 namespace uvc_host_test {
 
@@ -20,6 +23,7 @@ struct FakeState {
     std::vector<std::string> sent;
     std::vector<std::string> replies;
     std::vector<std::string> hotplugs;
+    std::map<std::string, std::string> values;  // settings written, as text
     uvc_host::LinkSettings settings;
     uint64_t framesPerHotplug = 10;
     int64_t frameSize = -1;  // -1: the configured YUYV size, else this many bytes
@@ -78,14 +82,40 @@ public:
     bool control(const std::string& message, uvc_host::StreamKey,
                  std::chrono::milliseconds) override {
         s_->sent.push_back(message);
-        if (message.find("\"get\"") != std::string::npos) {
-            s_->replies.push_back("{\"response\":" + message + "}");
+        json_object* root = json_tokener_parse(message.c_str());
+        json_object* content = nullptr;
+        if (root && json_object_object_get_ex(root, "content", &content) &&
+            json_object_get_type(content) == json_type_object) {
+            json_object_object_foreach(content, key, value) {
+                std::string text = json_object_get_string(value);
+                if (text == "get") {
+                    auto it = s_->values.find(key);
+                    std::string v = it != s_->values.end() ? it->second : "-255";
+                    json_object* reply = json_object_new_object();
+                    json_object* response = json_object_new_object();
+                    json_object_object_add(response, key, json_object_new_string(v.c_str()));
+                    json_object_object_add(reply, "source", json_object_new_string("app"));
+                    json_object_object_add(reply, "response", response);
+                    s_->replies.push_back(
+                        json_object_to_json_string_ext(reply, JSON_C_TO_STRING_PLAIN));
+                    json_object_put(reply);
+                } else {
+                    s_->values[key] = text;
+                }
+            }
         }
+        json_object_put(root);
         return true;
     }
     std::vector<std::string> replies() const override { return s_->replies; }
     uint64_t recoveries() const override { return s_->recoveries; }
     void failSends(int n) override { s_->recoveries += n > 0 ? 1 : 0; }
+    std::vector<uvc_host::SettingInfo> settings() const override {
+        return {{"brightness", 0, 255, 1, 128},
+                {"hue", 0, 270, 1, 90},
+                {"whiteBalanceTemp", 2000, 7500, 100, 4500},
+                {"whiteBalanceTempAuto", 0, 1, 1, 1}};
+    }
 
 private:
     FakeState* s_;

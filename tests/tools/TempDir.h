@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "FileUtil.h"
+#include "media/FileUtil.h"
 
 namespace uvc_host_test {
 

@@ -7,10 +7,10 @@
 
 #include <cstdlib>
 
-#include "FileUtil.h"
-#include "OutputNaming.h"
 #include "TempDir.h"
 #include "TestEmulator.h"
+#include "media/FileUtil.h"
+#include "media/OutputNaming.h"
 
 namespace {
 
@@ -28,26 +28,35 @@ protected:
 #endif
     }
 
-    ToolRun run(const std::vector<std::string>& args) {
-        ToolRun r;
-#ifdef UVC_HOST_PATH
+    // The one place that says how uvc-host is started: a shell command line.
+    static std::string hostCommand(const std::vector<std::string>& args) {
         std::string cmd;
+#ifdef UVC_HOST_PATH
         for (const std::string& part : uvc_test::kEmulator) {  // a cross build's emulator
             cmd += uvc_host::shellQuote(part) + " ";
         }
         cmd += uvc_host::shellQuote(UVC_HOST_PATH);
+#endif
         for (const std::string& a : args) {
             cmd += " " + uvc_host::shellQuote(a);
         }
-        cmd += " >" + dir_.file("stdout") + " 2>" + dir_.file("stderr");
+        return cmd;
+    }
+
+    // Runs uvc-host to its end; with `meanwhile`, runs it in the background
+    // and that shell text ($! is the tool) until it returns.
+    ToolRun run(const std::vector<std::string>& args, const std::string& meanwhile = "") {
+        std::string cmd =
+            hostCommand(args) + " >" + dir_.file("stdout") + " 2>" + dir_.file("stderr");
+        if (!meanwhile.empty()) {
+            cmd += " & " + meanwhile;
+        }
         int rc = std::system(cmd.c_str());
+        ToolRun r;
         r.status = WIFEXITED(rc) ? WEXITSTATUS(rc) : -1;
         std::vector<uint8_t> out = dir_.read("stdout"), err = dir_.read("stderr");
         r.out.assign(out.begin(), out.end());
         r.err.assign(err.begin(), err.end());
-#else
-        (void)args;
-#endif
         return r;
     }
 
@@ -196,6 +205,34 @@ TEST_F(HostToolTest, ControlRoundTripPrintsTheReply) {
     EXPECT_NE(r.out.substr(first).find("40"), std::string::npos) << r.out;
 }
 
+TEST_F(HostToolTest, SettingsByNameComeFromTheLibrarysTable) {
+    ToolRun set = run({"control", "set", "brightness=40", "--json"});
+    ASSERT_EQ(set.status, 0) << set.err;
+    EXPECT_EQ(set.out, "{\"brightness\":40}\n");
+    ToolRun list = run({"control", "list"});
+    ASSERT_EQ(list.status, 0) << list.err;
+    EXPECT_EQ(std::count(list.out.begin(), list.out.end(), '\n'), 31) << list.out;
+    EXPECT_NE(
+        list.out.find("whiteBalanceTemp                           2000     7500    100     4500"),
+        std::string::npos)
+        << list.out;
+    ToolRun unknown = run({"control", "get", "Brightness"});
+    EXPECT_EQ(unknown.status, 1);
+    EXPECT_NE(unknown.err.find("did you mean brightness?"), std::string::npos) << unknown.err;
+}
+
+TEST_F(HostToolTest, EveryExamplePlaysQuietly) {
+#ifdef UVC_EXAMPLES_DIR
+    for (const char* name :
+         {"streaming-start-stop", "format-change", "lost-connection", "control-round-trip"}) {
+        ToolRun r = run({"scenario", "--jpeg", std::string(UVC_EXAMPLES_DIR "/") + name + ".scn"});
+        EXPECT_EQ(r.status, 0) << name << "\n" << r.out << r.err;
+        // Warnings the scenario asked for (a lost connection) are no news.
+        EXPECT_EQ(r.err, "") << name;
+    }
+#endif
+}
+
 TEST_F(HostToolTest, ScenarioReportsTheFailingLine) {
     dir_.write("s.txt",
                "# one stream, a reply, and one expectation that cannot hold\n"
@@ -214,13 +251,9 @@ TEST_F(HostToolTest, ScenarioReportsTheFailingLine) {
 }
 
 TEST_F(HostToolTest, BadInputNeverCrashes) {
-    const std::vector<std::vector<std::string>> usage = {{"stream", "--format", "XVID"},
-                                                         {"stream", "--size", "0x0"},
-                                                         {"control", "{oops"},
-                                                         {"frames", "make"},
-                                                         {"nonsense"},
-                                                         {"stream", "--fps"}};
-    for (const auto& args : usage) {
+    // Usage errors in the real program: one line, whatever the library prints.
+    for (const auto& args : std::vector<std::vector<std::string>>{
+             {"stream", "--format", "XVID"}, {"control", "{oops"}, {"stream", "--fps"}}) {
         ToolRun r = run(args);
         EXPECT_EQ(r.status, 2) << args[0] << " " << r.err;
         EXPECT_EQ(std::count(r.err.begin(), r.err.end(), '\n'), 1) << r.err;
@@ -232,4 +265,40 @@ TEST_F(HostToolTest, BadInputNeverCrashes) {
     ToolRun unwritable = run({"stream", "--output", "/proc/forbidden/v.yuv", "--frames", "1"});
     EXPECT_EQ(unwritable.status, 1);
     EXPECT_EQ(std::count(unwritable.err.begin(), unwritable.err.end(), '\n'), 1) << unwritable.err;
+}
+
+TEST_F(HostToolTest, FramesPipeThroughStandardOutputAndSigtermEndsWithTheSummary) {
+    ToolRun piped = run(
+        {"stream", "--size", "16x8", "--frames", "5", "--output", "-", "--fps-tolerance", "50"});
+    ASSERT_EQ(piped.status, 0) << piped.err;
+    EXPECT_EQ(piped.out.size(), 5u * 16 * 8 * 2);
+    EXPECT_NE(piped.err.find("result: ok"), std::string::npos) << piped.err;
+
+    ToolRun stopped = run({"stream", "--size", "16x8", "--duration", "60", "--no-progress"},
+                          "sleep 1; kill -TERM $!; wait $!");
+    EXPECT_EQ(stopped.status, 143) << stopped.err;
+    EXPECT_NE(stopped.out.find("(interrupted)"), std::string::npos) << stopped.out;
+    EXPECT_NE(stopped.out.find("stream 0:0: ok"), std::string::npos) << stopped.out;
+}
+
+TEST_F(HostToolTest, ReportShowsH264PicturesThroughFfmpeg) {
+    if (uvc_host::findOnPath("ffmpeg").empty()) {
+        GTEST_SKIP() << "no ffmpeg on PATH";
+    }
+    ToolRun made = run({"frames", "make", "--format", "H264", "--size", "64x48", "--count", "12",
+                        "--dir", dir_.file("set")});
+    ASSERT_EQ(made.status, 0) << made.err;
+    ToolRun r = run({"stream", "--size", "64x48", "--format", "H264", "--frames-dir",
+                     dir_.file("set"), "--frames", "12", "--report", dir_.file("r"),
+                     "--no-progress", "--fps-tolerance", "50"});
+    ASSERT_EQ(r.status, 0) << r.out << r.err;
+    for (int i = 0; i < 12; ++i) {
+        int w = 0, h = 0;
+        EXPECT_TRUE(
+            jpegSize(dir_.read("r/frames/stream-0_0-frame" + std::to_string(i) + ".jpg"), &w, &h))
+            << i;
+        EXPECT_EQ(w * h, 64 * 48);
+    }
+    // The stream kept for decoding is gone.
+    EXPECT_TRUE(dir_.read("r/frames/stream-0_0.h264").empty());
 }

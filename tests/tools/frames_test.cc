@@ -3,15 +3,15 @@
 #include <turbojpeg.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdlib>
 
-#include "AnnexBSplitter.h"
-#include "DigitPainter.h"
-#include "FrameFileLayout.h"
-#include "FrameSetMaker.h"
-#include "JpegEncoder.h"
 #include "TempDir.h"
-#include "TestImage.h"
+#include "media/AnnexBSplitter.h"
+#include "media/DigitPainter.h"
+#include "media/FrameSetMaker.h"
+#include "media/JpegEncoder.h"
+#include "media/TestImage.h"
 
 using namespace uvc_host;
 
@@ -125,12 +125,6 @@ TEST(FrameSetMakerTest, H264StreamFromTheEncoderIsCutIntoFrameFiles) {
     EXPECT_NE(error.find("2 pictures, not 3"), std::string::npos) << error;
 }
 
-TEST(FrameSetMakerTest, FileLayoutMatchesTheClient) {
-    EXPECT_EQ(frameFilePath("/data/h264_frames", *findFormat("MJPG"), {1280, 720}, 0),
-              "/data/h264_frames/mjpeg/1280_720/frame0.jpg");
-    EXPECT_EQ(frameFilePath("/r", *findFormat("S264"), {640, 480}, 12), "/r/640_480/frame12");
-}
-
 TEST(AnnexBSplitterTest, CutsAtPicturesNotAtSlices) {
     // SPS, PPS, IDR slice (first_mb 0), a second slice of the same picture
     // (first_mb != 0), then an AUD and a P slice, then a bare P slice.
@@ -151,22 +145,14 @@ TEST(AnnexBSplitterTest, CutsAtPicturesNotAtSlices) {
     EXPECT_TRUE(splitAccessUnits({1, 2, 3}).empty());
 }
 
-TEST(TestImageTest, DigitsAreDrawnAndClipped) {
+TEST(TestImageTest, NumbersDifferAndDrawingIsClipped) {
     std::vector<uint8_t> plane(20 * 10, 0);
-    DigitPainter p(plane.data(), 20, 20, 10);
-    p.draw("1", 0, 0, 1, 200);
-    // The "1" glyph: column 2 set in rows 0 to 6, row 6 from column 1 to 3.
-    EXPECT_EQ(plane[0 * 20 + 2], 200);
-    EXPECT_EQ(plane[6 * 20 + 1], 200);
-    EXPECT_EQ(plane[0 * 20 + 0], 0);
-    p.draw("88", 15, 5, 3, 99);  // mostly outside: no write out of bounds
-    EXPECT_EQ(DigitPainter::textWidth("123", 2), 34);
-
+    DigitPainter(plane.data(), 20, 20, 10).draw("88", 15, 5, 3, 99);  // mostly outside
+    EXPECT_GT(std::count(plane.begin(), plane.end(), 99), 0);
     TestImage a({64, 48}, 7), b({64, 48}, 8);
     EXPECT_NE(a.packed(), b.packed());
-    EXPECT_EQ(a.packed().size(), 64u * 48 * 3 / 2);
-    TestImage odd({5, 3}, 1);
-    EXPECT_EQ(odd.packed().size(), 15u + 2 * 3 * 2);
+    // Odd sides: chroma planes round up.
+    EXPECT_EQ(TestImage({5, 3}, 1).packed().size(), 15u + 2 * 3 * 2);
 }
 
 TEST(JpegEncoderTest, EveryRawFormatEncodesToItsSize) {

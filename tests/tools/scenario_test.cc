@@ -1,9 +1,13 @@
 #include <gtest/gtest.h>
+#include <json-c/json.h>
+
+#include <csignal>
 
 #include "FakeLink.h"
-#include "Scenario.h"
-#include "ScenarioRunner.h"
 #include "TempDir.h"
+#include "cli/Interrupt.h"
+#include "session/Scenario.h"
+#include "session/ScenarioRunner.h"
 
 using namespace uvc_host;
 using uvc_host_test::contents;
@@ -23,11 +27,12 @@ struct Outcome {
     std::string err;
 };
 
-Outcome play(const std::string& script, uvc_host_test::FakeState* state) {
+Outcome play(const std::string& script, uvc_host_test::FakeState* state, bool json = false) {
     uvc_host_test::TempDir dir;
     dir.write("s.txt", script);
     ScenarioOptions o;
     o.file = dir.file("s.txt");
+    o.json = json;
     FILE* out = std::tmpfile();
     FILE* err = std::tmpfile();
     int status = ScenarioRunner(o, uvc_host_test::fakeFactory(state), {out, err, false}).run();
@@ -164,10 +169,44 @@ TEST(ScenarioRunnerTest, RepliesCountFromTheLastControlOrHotplug) {
     EXPECT_NE(r.out.find("line 5: FAILED"), std::string::npos) << r.out;
 }
 
+TEST(ScenarioRunnerTest, SignalEndsThePlayWithItsSummary) {
+    uvc_host_test::FakeState state;
+    simulateInterrupt(SIGTERM);
+    Outcome r =
+        play("{\"wait_ms\":60000}\n{\"control\":{\"content\":{\"hue\":\"get\"}}}\n", &state);
+    simulateInterrupt(0);
+    EXPECT_EQ(r.status, 143);
+    EXPECT_NE(r.out.find("(interrupted)"), std::string::npos) << r.out;
+    EXPECT_TRUE(state.sent.empty());
+    EXPECT_TRUE(state.stopped);
+}
+
 TEST(ScenarioRunnerTest, MalformedFileRunsNothing) {
     uvc_host_test::FakeState state;
     Outcome r = play("{\"wait_ms\":1}\n{\"hotplug\":{\"status\":\"four\"}}\n", &state);
     EXPECT_EQ(r.status, 2);
     EXPECT_NE(r.err.find("s.txt:2: hotplug: \"status\""), std::string::npos) << r.err;
     EXPECT_FALSE(state.started);
+}
+
+TEST(ScenarioRunnerTest, JsonSummaryHoldsEachExpectation) {
+    uvc_host_test::FakeState state;
+    Outcome r = play(
+        "{\"control\":{\"content\":{\"hue\":\"get\"}}}\n"
+        "{\"expect\":{\"replies\":{\"min\":1,\"max\":1}}}\n"
+        "{\"expect\":{\"reply_contains\":\"gain\",\"within_ms\":0}}\n",
+        &state, true);
+    EXPECT_EQ(r.status, 1);
+    json_object* root = json_tokener_parse(r.out.c_str());
+    ASSERT_NE(root, nullptr) << r.out;
+    json_object *failed = nullptr, *results = nullptr;
+    ASSERT_TRUE(json_object_object_get_ex(root, "failed", &failed));
+    ASSERT_TRUE(json_object_object_get_ex(root, "results", &results));
+    EXPECT_EQ(json_object_get_int(failed), 1);
+    ASSERT_EQ(json_object_array_length(results), 2u);
+    json_object* line = nullptr;
+    json_object_object_get_ex(json_object_array_get_idx(results, 1), "line", &line);
+    EXPECT_EQ(json_object_get_int(line), 3);
+    json_object_put(root);
+    EXPECT_NE(r.err.find("s.txt:3: expectation failed"), std::string::npos) << r.err;
 }

@@ -1,9 +1,14 @@
 #include <gtest/gtest.h>
 #include <json-c/json.h>
 
+#include <algorithm>
+#include <csignal>
+
 #include "FakeLink.h"
-#include "StreamSession.h"
 #include "TempDir.h"
+#include "cli/CommandLine.h"
+#include "cli/Interrupt.h"
+#include "session/StreamSession.h"
 
 using namespace uvc_host;
 using uvc_host_test::contents;
@@ -17,8 +22,11 @@ struct Outcome {
 };
 
 Outcome runStream(const std::vector<std::string>& args, uvc_host_test::FakeState* state) {
-    StreamOptions o;
-    EXPECT_EQ(parseStreamOptions(args, &o).status, ParseOutcome::Ok);
+    std::vector<std::string> line = args;
+    line.insert(line.begin(), "stream");
+    CommandLine parsed = parseCommandLine(line);
+    EXPECT_EQ(parsed.command, CommandLine::Command::Stream) << parsed.text;
+    const StreamOptions& o = parsed.stream;
     FILE* out = std::tmpfile();
     FILE* err = std::tmpfile();
     int status = StreamSession(o, uvc_host_test::fakeFactory(state), {out, err, false}).run();
@@ -121,4 +129,76 @@ TEST(StreamSessionTest, FailsOnShortEmptyOrMistimedStreams) {
     Outcome lax = runStream(
         {"--frames", "10", "--fps", "60", "--no-progress", "--fps-tolerance", "60"}, &slow);
     EXPECT_EQ(lax.status, 0) << lax.out;
+}
+
+TEST(StreamSessionTest, StandardOutputCarriesOnlyFramesAndSignalsEndWithTheSummary) {
+    uvc_host_test::FakeState state;
+    state.framesPerHotplug = 4;
+    Outcome r = runStream({"--frames", "4", "--size", "8x4", "--output", "-"}, &state);
+    EXPECT_EQ(r.status, 0) << r.err;
+    EXPECT_EQ(r.out, std::string(4 * 8 * 4 * 2, char(0x80)));
+    EXPECT_NE(r.err.find("output standard output: 4 frames written"), std::string::npos) << r.err;
+    EXPECT_EQ(r.err.find("play:"), std::string::npos) << r.err;
+
+    // A signal ends the run at once; the summary still comes, and the exit
+    // status tells which signal it was.
+    for (int signal : {SIGINT, SIGTERM}) {
+        simulateInterrupt(signal);
+        uvc_host_test::FakeState few;
+        few.framesPerHotplug = 2;
+        Outcome s = runStream({"--frames", "100", "--no-progress"}, &few);
+        simulateInterrupt(0);
+        EXPECT_EQ(s.status, 128 + signal);
+        EXPECT_NE(s.out.find("(interrupted)"), std::string::npos) << s.out;
+        EXPECT_NE(s.out.find("frames 2 (empty 0)"), std::string::npos) << s.out;
+    }
+}
+
+TEST(StreamSessionTest, TimingAndReportHoldWhatTheRunMeasured) {
+    uvc_host_test::TempDir dir;
+    uvc_host_test::FakeState state;
+    state.framesPerHotplug = 10;
+    Outcome r =
+        runStream({"--stream", "0:0", "--stream", "1:1", "--frames", "10", "--size", "8x4", "--fps",
+                   "25", "--no-progress", "--timing", dir.file("t.csv"), "--report", dir.file("r")},
+                  &state);
+    ASSERT_EQ(r.status, 0) << r.out << r.err;
+    std::vector<uint8_t> csv = dir.read("t.csv");
+    std::string text(csv.begin(), csv.end());
+    EXPECT_EQ(text.rfind("stream,index,arrival_ms,interval_ms,bytes\n0:0,0,0.000,,64\n", 0), 0u)
+        << text;
+    EXPECT_EQ(std::count(text.begin(), text.end(), '\n'), 21);
+    // The tenth frame of each stream: 360 ms after the first, 40 ms after the ninth.
+    EXPECT_NE(text.find("0:0,9,360.000,40.000,64\n"), std::string::npos) << text;
+    EXPECT_NE(text.find("1:1,9,360.000,40.000,64\n"), std::string::npos) << text;
+
+    std::vector<uint8_t> page = dir.read("r/index.html");
+    std::string html(page.begin(), page.end());
+    EXPECT_NE(html.find("<td>10</td>"), std::string::npos);
+    EXPECT_NE(html.find("target 40.00 ms"), std::string::npos);
+    // Nine intervals of 40 ms per stream, all in the histogram bin at the period.
+    size_t bin = html.find("40.00-42.00 ms: 9<");
+    ASSERT_NE(bin, std::string::npos);
+    EXPECT_NE(html.find("40.00-42.00 ms: 9<", bin + 1), std::string::npos);
+    size_t pictures = 0;
+    for (size_t at = html.find("<img src=\""); at != std::string::npos;
+         at = html.find("<img src=\"", at + 1)) {
+        std::string file = html.substr(at + 10, html.find('"', at + 10) - at - 10);
+        std::vector<uint8_t> jpeg = dir.read("r/" + file);
+        EXPECT_TRUE(jpeg.size() > 2 && jpeg[0] == 0xFF && jpeg[1] == 0xD8) << file;
+        ++pictures;
+    }
+    EXPECT_EQ(pictures, 20u);
+
+    Outcome lines = runStream(
+        {"--frames", "3", "--fps", "25", "--no-progress", "--timing", dir.file("t.jsonl")}, &state);
+    ASSERT_EQ(lines.status, 0) << lines.err;
+    std::vector<uint8_t> jsonl = dir.read("t.jsonl");
+    std::string last(jsonl.begin(), jsonl.end());
+    last = last.substr(last.rfind('\n', last.size() - 2) + 1);
+    json_object* record = json_tokener_parse(last.c_str());
+    json_object* interval = nullptr;
+    ASSERT_TRUE(json_object_object_get_ex(record, "interval_ms", &interval)) << last;
+    EXPECT_DOUBLE_EQ(json_object_get_double(interval), 40);
+    json_object_put(record);
 }

@@ -1,0 +1,303 @@
+#include <gtest/gtest.h>
+#include <json-c/json.h>
+
+#include "FakeLink.h"
+#include "TempDir.h"
+#include "cli/CommandLine.h"
+#include "cli/HostMain.h"
+
+using namespace uvc_host;
+using uvc_host_test::contents;
+
+namespace {
+
+StreamOptions parseStream(std::vector<std::string> args, CommandLine* line) {
+    args.insert(args.begin(), "stream");
+    *line = parseCommandLine(args);
+    return line->stream;
+}
+
+// Runs the whole tool in-process against the fake library; returns the exit
+// status with what went to the results, help and error streams.
+struct ToolRun {
+    int status;
+    std::string out;
+    std::string err;
+};
+
+ToolRun runTool(std::vector<std::string> args, uvc_host_test::FakeState* state = nullptr) {
+    uvc_host_test::FakeState local;
+    FILE* out = std::tmpfile();
+    FILE* err = std::tmpfile();
+    HostEnvironment env;
+    env.link = uvc_host_test::fakeFactory(state ? state : &local);
+    env.io = [&](bool) { return HostIo{out, err, false}; };
+    env.helpOut = out;
+    env.usageErr = err;
+    ToolRun r{runHost(args, env), contents(out), contents(err)};
+    std::fclose(out);
+    std::fclose(err);
+    return r;
+}
+
+size_t lineCount(const std::string& text) {
+    size_t n = 0;
+    for (char c : text) {
+        n += c == '\n';
+    }
+    return n;
+}
+
+}  // namespace
+
+TEST(StreamOptionsTest, DefaultsAndFullCommandLine) {
+    CommandLine line;
+    StreamOptions o = parseStream({}, &line);
+    ASSERT_EQ(line.command, CommandLine::Command::Stream);
+    ASSERT_EQ(o.streams.size(), 1u);
+    EXPECT_EQ(o.streams[0].text(), "0:0");
+    EXPECT_STREQ(o.format->name, "YUYV");
+    EXPECT_EQ(o.durationSec, 5);
+    EXPECT_EQ(o.frames, 0u);
+
+    o = parseStream({"--stream", "1:3", "--stream=0:2", "--size", "1280x720", "--fps", "60",
+                     "--format", "NV12", "--frames", "300", "--output", "v.yuv", "--save-frame",
+                     "4", "f.jpg", "--json", "--no-progress"},
+                    &line);
+    ASSERT_EQ(line.command, CommandLine::Command::Stream) << line.text;
+    ASSERT_EQ(o.streams.size(), 2u);
+    EXPECT_EQ(o.streams[0].text(), "1:3");
+    EXPECT_EQ(o.streams[1].text(), "0:2");
+    EXPECT_EQ(o.size.text() + " " + o.format->name, "1280x720 NV12");
+    EXPECT_EQ(o.frames, 300u);
+    EXPECT_EQ(o.durationSec, 0);
+    ASSERT_EQ(o.saveFrames.size(), 1u);
+    EXPECT_EQ(o.saveFrames[0].index, 4u);
+    EXPECT_EQ(o.saveFrames[0].path, "f.jpg");
+    EXPECT_TRUE(o.json);
+    EXPECT_FALSE(o.progress);
+
+    o = parseStream({"--stream", "all"}, &line);
+    ASSERT_EQ(line.command, CommandLine::Command::Stream);
+    EXPECT_TRUE(o.allStreams);
+    ASSERT_EQ(o.streams.size(), 8u);
+    EXPECT_EQ(o.streams[7].text(), "1:3");
+}
+
+TEST(StreamOptionsTest, RejectsBadValuesWithOneReason) {
+    const std::vector<std::vector<std::string>> bad = {
+        {"--format", "RGB3"},
+        {"--format", "yuyv"},
+        {"--size", "0x720"},
+        {"--size", "1280x0"},
+        {"--size", "1280*720"},
+        {"--size", "99999x10"},
+        {"--size", "-4x3"},
+        {"--fps", "0"},
+        {"--fps", "241"},
+        {"--fps", "3.5"},
+        {"--stream", "256:0"},
+        {"--stream", "9:9"},
+        {"--stream", "0:4"},
+        {"--stream", "2:0"},
+        {"--stream", "all", "--output", "-"},
+        {"--stream", "0"},
+        {"--stream", "0:0:0"},
+        {"--stream", "0:0", "--stream", "0:0"},
+        {"--stream", "all", "--stream", "0:1"},
+        {"--duration", "0"},
+        {"--duration", "nan"},
+        {"--frames", "0"},
+        {"--frames", "10", "--duration", "1"},
+        {"--timeout", "3"},
+        {"--jpeg"},
+        {"--format", "H264", "--save-frame", "1", "x.jpg"},
+        {"--save-frame", "1"},
+        {"--save-frame", "x", "f.jpg"},
+        {"--output"},
+        {"--bogus"},
+        {"extra"},
+        {"--json=yes"},
+        {"--fps-tolerance", "101"},
+    };
+    for (const auto& args : bad) {
+        CommandLine line;
+        parseStream(args, &line);
+        std::string joined;
+        for (const auto& a : args) {
+            joined += a + " ";
+        }
+        EXPECT_EQ(line.command, CommandLine::Command::Usage) << joined;
+        EXPECT_EQ(line.text.rfind("uvc-host stream: ", 0), 0u) << line.text;
+        EXPECT_EQ(line.text.find('\n'), std::string::npos) << joined;
+    }
+}
+
+TEST(OtherOptionsTest, ControlFramesScenario) {
+    CommandLine c = parseCommandLine({"control", "{}", "--stream", "1:2", "--file", "m.txt"});
+    ASSERT_EQ(c.command, CommandLine::Command::Control) << c.text;
+    EXPECT_EQ(c.control.messages.size(), 1u);
+    EXPECT_EQ(c.control.stream.text(), "1:2");
+    EXPECT_EQ(c.control.file, "m.txt");
+
+    CommandLine f = parseCommandLine(
+        {"frames", "make", "--format", "MJPG", "--size", "64x48", "--count", "3", "--dir", "d"});
+    ASSERT_EQ(f.command, CommandLine::Command::Frames) << f.text;
+    EXPECT_EQ(f.frames.count, 3u);
+    CommandLine s = parseCommandLine({"scenario", "--jpeg", "a.txt"});
+    ASSERT_EQ(s.command, CommandLine::Command::Scenario) << s.text;
+    EXPECT_EQ(s.scenario.file, "a.txt");
+    EXPECT_TRUE(s.scenario.jpeg);
+}
+
+TEST(HostMainTest, UsageErrorsExitTwoWithOneLine) {
+    const std::vector<std::vector<std::string>> bad = {
+        {},
+        {"record"},
+        {"stream", "--format", "RGB3"},
+        {"stream", "--size", "0x0"},
+        {"stream", "--frobnicate"},
+        {"control", "{\"msg_type\":"},
+        {"control", "[1,2]"},
+        {"control", "{} trailing"},
+        {"frames", "make", "--format", "MJPG"},
+        {"frames", "make", "--format", "YUYV", "--size", "64x48", "--count", "3", "--dir", "d"},
+        {"frames", "remove"},
+        {"frames"},
+        {"control"},
+        {"scenario"},
+        {"scenario", "a.txt", "b.txt"},
+        {"--bogus"},
+    };
+    for (const auto& args : bad) {
+        ToolRun r = runTool(args);
+        std::string joined;
+        for (const auto& a : args) {
+            joined += a + " ";
+        }
+        EXPECT_EQ(r.status, 2) << joined;
+        EXPECT_EQ(lineCount(r.err), 1u) << joined << ": " << r.err;
+        EXPECT_EQ(r.err.rfind("uvc-host", 0), 0u) << r.err;
+        EXPECT_TRUE(r.out.empty()) << joined;
+    }
+}
+
+TEST(HostMainTest, HelpIsCompleteForEveryCommand) {
+    ToolRun main = runTool({"--help"});
+    EXPECT_EQ(main.status, 0);
+    EXPECT_EQ(main.out.rfind("usage: uvc-host COMMAND", 0), 0u) << main.out;
+    ToolRun version = runTool({"--version"});
+    EXPECT_EQ(version.status, 0);
+    EXPECT_EQ(version.out.rfind("uvc-host ", 0), 0u) << version.out;
+    for (const char* cmd : {"stream", "control", "frames", "scenario"}) {
+        EXPECT_NE(main.out.find(cmd), std::string::npos);
+        ToolRun r = runTool({cmd, "-h"});
+        EXPECT_EQ(r.status, 0) << cmd;
+        EXPECT_EQ(r.out.rfind(std::string("usage: uvc-host ") + cmd, 0), 0u) << cmd;
+    }
+    // Every option the parser takes is described.
+    ToolRun stream = runTool({"stream", "--help"});
+    for (const char* opt : {"--stream", "--size", "--fps", "--format", "--duration", "--frames",
+                            "--timeout", "--frames-dir", "--jpeg", "--output", "--save-frame",
+                            "--fps-tolerance", "--json", "--no-progress", "--verbose"}) {
+        EXPECT_NE(stream.out.find(opt), std::string::npos) << opt;
+    }
+}
+
+TEST(HostMainTest, EnvironmentErrorsExitOneBeforeTheLibraryStarts) {
+    uvc_host_test::TempDir dir;
+    uvc_host_test::FakeState state;
+    ToolRun r = runTool({"stream", "--output", dir.file("missing/sub/out.yuv")}, &state);
+    EXPECT_EQ(r.status, 1);
+    EXPECT_EQ(lineCount(r.err), 1u) << r.err;
+    EXPECT_NE(r.err.find("cannot write"), std::string::npos);
+    EXPECT_FALSE(state.started);
+
+    r = runTool({"stream", "--format", "MJPG", "--frames-dir", dir.file("nothing")}, &state);
+    EXPECT_EQ(r.status, 1);
+    EXPECT_EQ(lineCount(r.err), 1u) << r.err;
+    EXPECT_NE(r.err.find("cannot read frame directory"), std::string::npos);
+
+    r = runTool({"control", "--file", dir.file("absent.txt")}, &state);
+    EXPECT_EQ(r.status, 1);
+    EXPECT_EQ(lineCount(r.err), 1u) << r.err;
+
+    r = runTool({"scenario", dir.path()}, &state);
+    EXPECT_EQ(r.status, 1);
+    EXPECT_EQ(lineCount(r.err), 1u) << r.err;
+
+    state.failStart = true;
+    r = runTool({"stream", "--frames", "3"}, &state);
+    EXPECT_EQ(r.status, 1);
+    EXPECT_NE(r.err.find("fake start failure"), std::string::npos);
+}
+
+TEST(HostMainTest, ControlPrintsEveryReplyInOrder) {
+    uvc_host_test::TempDir dir;
+    dir.write("msgs.txt",
+              "# brightness then hue\n{\"content\":{\"brightness\":\"get\"}}\n\n"
+              "{\"content\":{\"hue\":\"40\"}}\n{\"content\":{\"hue\":\"get\"}}\n");
+    uvc_host_test::FakeState state;
+    ToolRun r = runTool({"control", "{\"content\":{\"gain\":\"get\"}}", "--file",
+                         dir.file("msgs.txt"), "--stream", "0:1"},
+                        &state);
+    EXPECT_EQ(r.status, 0) << r.err;
+    ASSERT_EQ(state.sent.size(), 4u);
+    EXPECT_EQ(r.out,
+              "{\"source\":\"app\",\"response\":{\"gain\":\"-255\"}}\n"
+              "{\"source\":\"app\",\"response\":{\"brightness\":\"-255\"}}\n"
+              "{\"source\":\"app\",\"response\":{\"hue\":\"40\"}}\n");
+    EXPECT_TRUE(state.stopped);
+
+    dir.write("bad.txt", "{\"a\":1}\nnot json\n");
+    r = runTool({"control", "--file", dir.file("bad.txt")}, &state);
+    EXPECT_EQ(r.status, 2);
+    EXPECT_NE(r.err.find("bad.txt:2"), std::string::npos) << r.err;
+}
+
+TEST(HostMainTest, ControlByNameChecksTheLibrarysTableFirst) {
+    uvc_host_test::FakeState state;
+    ToolRun r =
+        runTool({"control", "get", "brighness", "white_balance", "--stream", "1:0"}, &state);
+    EXPECT_EQ(r.status, 1);
+    EXPECT_NE(r.err.find("no setting named 'brighness' (did you mean brightness?)"),
+              std::string::npos)
+        << r.err;
+    EXPECT_NE(r.err.find("whiteBalanceTemp or whiteBalanceTempAuto"), std::string::npos) << r.err;
+    EXPECT_FALSE(state.started);
+
+    r = runTool({"control", "set", "brightness=40", "hue=300"}, &state);
+    EXPECT_EQ(r.status, 0) << r.err;
+    EXPECT_EQ(r.out, "brightness: 40\nhue: 300\n");
+    EXPECT_NE(r.err.find("300 is outside the range of hue (0 to 270)"), std::string::npos) << r.err;
+
+    r = runTool({"control", "list", "--json"}, &state);
+    ASSERT_EQ(r.status, 0) << r.err;
+    json_object* root = json_tokener_parse(r.out.c_str());
+    json_object* rows = nullptr;
+    ASSERT_TRUE(json_object_object_get_ex(root, "settings", &rows)) << r.out;
+    ASSERT_EQ(json_object_array_length(rows), 4u);
+    auto field = [&](size_t row, const char* key) {
+        json_object* v = nullptr;
+        json_object_object_get_ex(json_object_array_get_idx(rows, row), key, &v);
+        return json_object_get_int(v);
+    };
+    EXPECT_EQ(field(0, "default"), 128);
+    EXPECT_EQ(field(0, "current"), 40);
+    EXPECT_EQ(field(2, "current"), -255);
+    EXPECT_EQ(field(2, "step"), 100);
+    json_object_put(root);
+
+    EXPECT_EQ(runTool({"control", "get", "hue", "--json"}, &state).out, "{\"hue\":300}\n");
+    r = runTool({"control", "{\"a\":1 \"b\":2}"}, &state);
+    EXPECT_EQ(r.status, 2);
+    EXPECT_NE(r.err.find("at column 8"), std::string::npos) << r.err;
+    for (std::vector<std::string> bad :
+         std::vector<std::vector<std::string>>{{"control", "get"},
+                                               {"control", "set", "hue"},
+                                               {"control", "set", "hue=1.5"},
+                                               {"control", "{}", "list"},
+                                               {"control", "list", "extra"}}) {
+        EXPECT_EQ(runTool(bad, &state).status, 2) << bad.back();
+    }
+}

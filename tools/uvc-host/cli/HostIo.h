@@ -1,0 +1,19 @@
+#pragma once
+
+#include <cstdio>
+
+namespace uvc_host {
+
+// Where a command writes: results to `out`, errors and warnings to `err`.
+// The library's own chatter never reaches `out` (see ConsoleRedirect).
+struct HostIo {
+    FILE* out = stdout;
+    FILE* err = stderr;
+    bool errIsTerminal = false;
+};
+
+// Exit statuses of every command.
+// A run ended by SIGINT or SIGTERM exits with interruptExitStatus().
+enum ExitStatus { kExitOk = 0, kExitFailed = 1, kExitUsage = 2 };
+
+}  // namespace uvc_host

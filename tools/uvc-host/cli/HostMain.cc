@@ -1,0 +1,55 @@
+#include "cli/HostMain.h"
+
+#include "cli/CommandLine.h"
+#include "media/FrameSetMaker.h"
+#include "session/ControlSession.h"
+#include "session/ScenarioRunner.h"
+#include "session/StreamSession.h"
+
+namespace uvc_host {
+
+namespace {
+
+int runFrames(const FramesOptions& options, const HostEnvironment& env) {
+    HostIo io = env.io(false);
+    FrameSetMaker maker(options);
+    std::string directory;
+    std::string error;
+    if (!maker.make(&directory, &error)) {
+        std::fprintf(io.err, "uvc-host frames: %s\n", error.c_str());
+        return kExitFailed;
+    }
+    std::fprintf(io.out, "wrote %llu %s frames of %s to %s\n", (unsigned long long)options.count,
+                 options.format->name, options.size.text().c_str(), directory.c_str());
+    std::fprintf(io.out, "play them: uvc-host stream --format %s --size %s --frames-dir %s\n",
+                 options.format->name, options.size.text().c_str(), options.dir.c_str());
+    std::fflush(io.out);
+    return kExitOk;
+}
+
+}  // namespace
+
+int runHost(const std::vector<std::string>& args, const HostEnvironment& env) {
+    CommandLine line = parseCommandLine(args);
+    switch (line.command) {
+        case CommandLine::Command::Usage:
+            // A usage error is one line on stderr; help goes to stdout.
+            std::fprintf(env.usageErr, "%s\n", line.text.c_str());
+            return kExitUsage;
+        case CommandLine::Command::Help:
+        case CommandLine::Command::Version:
+            std::fputs(line.text.c_str(), env.helpOut);
+            return kExitOk;
+        case CommandLine::Command::Stream:
+            return StreamSession(line.stream, env.link, env.io(line.stream.verbose)).run();
+        case CommandLine::Command::Control:
+            return ControlSession(line.control, env.link, env.io(line.control.verbose)).run();
+        case CommandLine::Command::Frames:
+            return runFrames(line.frames, env);
+        case CommandLine::Command::Scenario:
+            return ScenarioRunner(line.scenario, env.link, env.io(line.scenario.verbose)).run();
+    }
+    return kExitUsage;
+}
+
+}  // namespace uvc_host
