@@ -1,8 +1,6 @@
 #include <gtest/gtest.h>
 
-#include <cctype>
 #include <climits>
-#include <set>
 #include <string>
 #include <utility>
 
@@ -39,45 +37,6 @@ TEST(CamSettingName, CamelCaseRuleAndTheCutAt255Characters) {
     setting.set_name(nullptr);
     EXPECT_EQ(GetCapturedStdout(), "Camel back style:  ==> ");
     EXPECT_EQ(setting.name, "");
-}
-
-TEST(CamSettingTable, RowsKeysAndUnsetValues) {
-    // clang-format off
-    const std::pair<const char*, int> controls[] = {
-        {"brightness", 1}, {"contrast", 2}, {"powerLineFrequency", 6}, {"saturation", 3},
-        {"sharpness", 4}, {"whiteBalanceTempAuto", 8}, {"whiteBalanceTemp", 7},
-        {"backlightCompensation", 0}, {"hue", 16}, {"gamma", 15}, {"gain", 5}, {"aeMode", 9},
-        {"exposureTimeAbs", 10}, {"zoomAbs", 13}, {"privacy", 20}, {"focusAuto", 11},
-        {"focusAbs", 12}};
-    std::set<std::string> names = {"pan", "tile", "osd", "acoustic_fence", "noise_block",
-        "stereo_audio", "base_boost", "start_bluetooth_pairing_mode_for_phone",
-        "persist.vendor.talker_tracking", "persist.vendor.group_framing", "framing_size",
-        "tracking_speed"};  // and the controls
-    // clang-format on
-    // A table of its own: its output and values do not depend on other tests.
-    CaptureStdout();
-    uvc_client::CamSettingCollection table;
-    const std::string printed = GetCapturedStdout();
-    std::string expected;
-    for (const auto& control : controls) {
-        std::string given;  // "whiteBalanceTemp" was made from "WHITE_BALANCE_TEMP"
-        for (const char* p = control.first; *p != '\0'; ++p) {
-            given += isupper(*p) ? std::string("_") + *p : std::string(1, toupper(*p));
-        }
-        expected += "Camel back style: " + given + " ==> " + control.first;
-        names.insert(control.first);
-        // Shared, not copied, between the two maps.
-        EXPECT_EQ(table.settingsByCtrl[control.second], table.settingsByName[control.first]);
-    }
-    EXPECT_EQ(printed, expected);  // one line per control row, in row order
-    EXPECT_EQ(table.settingsByCtrl.size(), 17u);
-    // Keys are the stored names, case-sensitive: no "BRIGHTNESS", no "tilt".
-    std::set<std::string> keys;
-    for (auto& entry : table.settingsByName) {
-        keys.insert(entry.first);
-    }
-    EXPECT_EQ(keys, names);             // 29 rows
-    EXPECT_EQ(writtenRows(table), "");  // every value starts unset
 }
 
 TEST(CamSettingValues, WritesByNameStoreAtoiOfTheText) {

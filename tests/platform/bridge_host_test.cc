@@ -1,8 +1,5 @@
-#include <android/hardware_buffer.h>
-
 #include <atomic>
 #include <chrono>
-#include <cstring>
 #include <future>
 #include <mutex>
 #include <string>
@@ -11,7 +8,6 @@
 
 #include <gtest/gtest.h>
 
-#include "hardware_buffer_testing.h"
 #include "trevo/CompositorBridge.h"
 #include "trevo_host.h"
 
@@ -106,53 +102,4 @@ TEST_F(BridgeHost, UnregisteredHandlersAreNotCalledAgain) {
     bridge->registerHotPlugHandler(handler);
     bridge.reset();
     EXPECT_FALSE(host.hasHandler());
-}
-
-TEST_F(BridgeHost, ServesConfigsRecordsCallsAndReceivesFrames) {
-    trevo::CompositorBridge bridge(trevo::BRIDGE_CONTEXT_UVC);
-    trevo::CompositorBridge copy(bridge);  // talks to the same host
-    EXPECT_EQ(copy.getConfiguration(1, 2).label, ",");
-    trevo::HalUvcConfig config;
-    config.width = 1280;
-    host.setConfig(1, 2, config);
-    EXPECT_EQ(copy.getConfiguration(1, 2).width, 1280);
-    EXPECT_EQ(host.getConfig(0, 0).width, 0);
-    bridge.registerProjector(0);
-    copy.onAppMessage("send test message");
-    bridge.onAppMessage(std::string("{\"a\":1}"));
-    EXPECT_EQ(host.calls(), (Events{"getConfiguration(1:2)", "getConfiguration(1:2)",
-                                    "registerProjector(0)", "onAppMessage", "onAppMessage"}));
-    EXPECT_EQ(host.appMessages(), (Events{"send test message", "{\"a\":1}"}));
-
-    AHardwareBuffer_Desc desc = {16, 1, 1, AHARDWAREBUFFER_FORMAT_BLOB, 3, 0, 0, 0};
-    AHardwareBuffer* buffer = nullptr;
-    void* address = nullptr;
-    ASSERT_EQ(AHardwareBuffer_allocate(&desc, &buffer), 0);
-    ASSERT_EQ(AHardwareBuffer_lock(buffer, 3, -1, nullptr, &address), 0);
-    std::memset(address, 0xAB, 16);
-    AHardwareBuffer_unlock(buffer, nullptr);
-    std::atomic<int> heard{0};
-    host.setFrameListener([&](const trevo_standin::ReceivedFrame&) { ++heard; });
-
-    EXPECT_EQ(bridge.sendFrameBuffer(0, buffer, 10, 1, 2, 0), 0);
-    host.failSends(1);
-    EXPECT_NE(bridge.sendFrameBuffer(0, buffer, 10, 1, 2, 0), 0);
-    host.setCopyFrameBytes(false);
-    EXPECT_EQ(bridge.sendFrameBuffer(0, buffer, 10, 0, 0, 0), 0);
-    EXPECT_NE(bridge.sendFrameBuffer(0, nullptr, 10, 0, 0, 0), 0);
-    ASSERT_TRUE(host.waitForFrames(1, 2, 1, 0ms));
-    const auto frames = host.frames();
-    ASSERT_EQ(frames.size(), 2u);
-    EXPECT_EQ(frames[0].width, 16u);
-    EXPECT_EQ(frames[0].format, uint32_t(AHARDWAREBUFFER_FORMAT_BLOB));
-    EXPECT_EQ(frames[0].bytes, std::vector<uint8_t>(10, 0xAB));
-    EXPECT_GT(frames[0].monotonicNs, 0u);
-    EXPECT_TRUE(frames[1].bytes.empty());
-    EXPECT_EQ(host.frameCount(0, 0), 1u);
-    EXPECT_EQ(host.rejectedSends(), 1u);
-    EXPECT_EQ(heard.load(), 2);
-    EXPECT_EQ(hardware_buffer_standin::lockDepth(buffer), 0);
-    host.clearFrames();
-    EXPECT_TRUE(host.frames().empty());
-    AHardwareBuffer_release(buffer);
 }

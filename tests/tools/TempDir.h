@@ -54,4 +54,24 @@ inline std::string contents(FILE* f) {
     return text;
 }
 
+// A run's status with what it wrote to its results and its messages streams.
+struct Outcome {
+    int status;
+    std::string out;
+    std::string err;
+};
+
+// Runs `run(out, err)`, which returns the status, with two temporary files.
+template <class Run>
+Outcome captured(Run run) {
+    FILE* out = std::tmpfile();
+    FILE* err = std::tmpfile();
+    Outcome r{run(out, err), "", ""};
+    r.out = contents(out);
+    r.err = contents(err);
+    std::fclose(out);
+    std::fclose(err);
+    return r;
+}
+
 }  // namespace uvc_host_test

@@ -42,27 +42,6 @@ FramesOptions framesOptions(const std::string& format, FrameSize size, uint64_t 
 
 }  // namespace
 
-TEST(FrameSetMakerTest, MjpegSetIsNumberedFromZeroInTheClientsLayout) {
-    uvc_host_test::TempDir dir;
-    FrameSetMaker maker(framesOptions("MJPG", {96, 64}, 3, dir.path()));
-    std::string where, error;
-    ASSERT_TRUE(maker.make(&where, &error)) << error;
-    EXPECT_EQ(where, dir.path() + "/mjpeg/96_64");
-    std::vector<std::vector<uint8_t>> greys;
-    for (int i = 0; i < 3; ++i) {
-        std::vector<uint8_t> jpeg = dir.read("mjpeg/96_64/frame" + std::to_string(i) + ".jpg");
-        int w = 0, h = 0;
-        std::vector<uint8_t> grey;
-        ASSERT_TRUE(decodeGrey(jpeg, &w, &h, &grey)) << i;
-        EXPECT_EQ(w, 96);
-        EXPECT_EQ(h, 64);
-        greys.push_back(grey);
-    }
-    EXPECT_NE(greys[0], greys[1]);
-    EXPECT_NE(greys[1], greys[2]);
-    EXPECT_NE(access(dir.file("mjpeg/96_64/frame3.jpg").c_str(), F_OK), 0);
-}
-
 TEST(FrameSetMakerTest, ShorterSetRemovesTheTailOfAnEarlierOne) {
     uvc_host_test::TempDir dir;
     std::string where, error;

@@ -11,29 +11,19 @@
 #include "session/StreamSession.h"
 
 using namespace uvc_host;
-using uvc_host_test::contents;
+using uvc_host_test::Outcome;
 
 namespace {
-
-struct Outcome {
-    int status;
-    std::string out;
-    std::string err;
-};
 
 Outcome runStream(const std::vector<std::string>& args, uvc_host_test::FakeState* state) {
     std::vector<std::string> line = args;
     line.insert(line.begin(), "stream");
     CommandLine parsed = parseCommandLine(line);
     EXPECT_EQ(parsed.command, CommandLine::Command::Stream) << parsed.text;
-    const StreamOptions& o = parsed.stream;
-    FILE* out = std::tmpfile();
-    FILE* err = std::tmpfile();
-    int status = StreamSession(o, uvc_host_test::fakeFactory(state), {out, err, false}).run();
-    Outcome r{status, contents(out), contents(err)};
-    std::fclose(out);
-    std::fclose(err);
-    return r;
+    return uvc_host_test::captured([&](FILE* out, FILE* err) {
+        return StreamSession(parsed.stream, uvc_host_test::fakeFactory(state), {out, err, false})
+            .run();
+    });
 }
 
 }  // namespace

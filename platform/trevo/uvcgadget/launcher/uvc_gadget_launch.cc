@@ -1,0 +1,141 @@
+// uvc-gadget-launch: runs the stream client on a board with a UVC gadget.
+//
+// Loads the gadget bridge first, then libhidl_uvc_client.so: the library's
+// dependency on libcompositorbridge.trevo.so is then met by the bridge
+// already loaded under that name, whichever directory the library was built
+// to find it in. Runs init(false) until SIGINT or SIGTERM, which stop the
+// client; exits 0 after a clean stop, 1 when loading fails, 2 on bad usage.
+// With --check it only loads both and checks that they fit.
+
+#include <dlfcn.h>
+#include <getopt.h>
+#include <signal.h>
+
+#include <cstdio>
+#include <string>
+#include <thread>
+
+namespace {
+
+// The library's entry points (include/hidl_uvc_client.h) by their linker
+// names, so that nothing here links against the library or a bridge.
+const char kInit[] = "_ZN15hidl_uvc_client4initEb";
+const char kStop[] = "_ZN15hidl_uvc_client4stopEv";
+const char kSetMjpegFileMode[] = "_ZN15hidl_uvc_client16setMjpegFileModeEb";
+const char kSetFrameFilesRoot[] =
+    "_ZN15hidl_uvc_client17setFrameFilesRootERKNSt7__cxx1112basic_stringIcSt11char_"
+    "traitsIcESaIcEEE";
+// A bridge symbol, to check which bridge the library got.
+const char kBridgeConstructor[] = "_ZN5trevo16CompositorBridgeC1ENS_13BridgeContextE";
+
+const char kUsage[] =
+    "usage: uvc-gadget-launch [--bridge PATH] [--library PATH] [--jpeg] [--frames DIR] [--check]\n"
+    "  --bridge PATH   gadget bridge (default " UVC_GADGET_BRIDGE_PATH
+    ")\n"
+    "  --library PATH  stream client (default " UVC_CLIENT_LIBRARY_PATH
+    ")\n"
+    "  --jpeg          MJPEG streams carry compressed test patterns, not frame files\n"
+    "  --frames DIR    root of the recorded frame files (default /data/h264_frames)\n"
+    "  --check         load both, check that the library uses this bridge, and exit\n"
+    "The bridge reads UVC_GADGET_NODES and UVC_GADGET_CONFIGFS (see README).\n";
+
+void* load(const char* path) {
+    void* handle = dlopen(path, RTLD_NOW | RTLD_GLOBAL);
+    if (handle == nullptr)
+        fprintf(stderr, "uvc-gadget-launch: %s\n", dlerror());
+    return handle;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    // The client reports on standard output; a log file or journal should
+    // see each line when it happens.
+    setvbuf(stdout, nullptr, _IOLBF, 0);
+    std::string bridgePath = UVC_GADGET_BRIDGE_PATH;
+    std::string libraryPath = UVC_CLIENT_LIBRARY_PATH;
+    std::string framesRoot;
+    bool jpeg = false;
+    bool checkOnly = false;
+    const option options[] = {{"bridge", required_argument, nullptr, 'b'},
+                              {"library", required_argument, nullptr, 'l'},
+                              {"jpeg", no_argument, nullptr, 'j'},
+                              {"frames", required_argument, nullptr, 'f'},
+                              {"check", no_argument, nullptr, 'c'},
+                              {"help", no_argument, nullptr, 'h'},
+                              {nullptr, 0, nullptr, 0}};
+    for (int c; (c = getopt_long(argc, argv, "", options, nullptr)) != -1;) {
+        switch (c) {
+            case 'b':
+                bridgePath = optarg;
+                break;
+            case 'l':
+                libraryPath = optarg;
+                break;
+            case 'j':
+                jpeg = true;
+                break;
+            case 'f':
+                framesRoot = optarg;
+                break;
+            case 'c':
+                checkOnly = true;
+                break;
+            case 'h':
+                fputs(kUsage, stdout);
+                return 0;
+            default:
+                fputs(kUsage, stderr);
+                return 2;
+        }
+    }
+    if (optind != argc) {
+        fputs(kUsage, stderr);
+        return 2;
+    }
+
+    void* bridge = load(bridgePath.c_str());
+    void* library = bridge != nullptr ? load(libraryPath.c_str()) : nullptr;
+    if (library == nullptr)
+        return 1;
+    if (dlsym(library, kBridgeConstructor) != dlsym(bridge, kBridgeConstructor)) {
+        fprintf(stderr, "uvc-gadget-launch: %s uses another compositor bridge than %s\n",
+                libraryPath.c_str(), bridgePath.c_str());
+        return 1;
+    }
+    auto init = reinterpret_cast<int (*)(bool)>(dlsym(library, kInit));
+    auto stop = reinterpret_cast<void (*)()>(dlsym(library, kStop));
+    auto setMjpegFileMode = reinterpret_cast<void (*)(bool)>(dlsym(library, kSetMjpegFileMode));
+    auto setFrameFilesRoot =
+        reinterpret_cast<void (*)(const std::string&)>(dlsym(library, kSetFrameFilesRoot));
+    if (init == nullptr || stop == nullptr || setMjpegFileMode == nullptr ||
+        setFrameFilesRoot == nullptr) {
+        fprintf(stderr, "uvc-gadget-launch: %s lacks the client's entry points\n",
+                libraryPath.c_str());
+        return 1;
+    }
+    if (checkOnly) {
+        printf("uvc-gadget-launch: %s runs on %s\n", libraryPath.c_str(), bridgePath.c_str());
+        return 0;
+    }
+    if (jpeg)
+        setMjpegFileMode(false);
+    if (!framesRoot.empty())
+        setFrameFilesRoot(framesRoot);
+
+    // Every thread inherits the blocked signals; only the waiter takes them.
+    sigset_t signals;
+    sigemptyset(&signals);
+    sigaddset(&signals, SIGINT);
+    sigaddset(&signals, SIGTERM);
+    pthread_sigmask(SIG_BLOCK, &signals, nullptr);
+    std::thread([signals, stop] {
+        int received = 0;
+        sigwait(&signals, &received);
+        stop();
+    }).detach();
+
+    const int result = init(false);
+    printf("uvc-gadget-launch: client ended (%d)\n", result);
+    return result == 0 ? 0 : 1;
+}

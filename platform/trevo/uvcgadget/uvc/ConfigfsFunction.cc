@@ -1,0 +1,201 @@
+#include "uvc/ConfigfsFunction.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <sstream>
+#include <utility>
+
+#include <android/log.h>
+
+namespace uvc_gadget {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+const char kTag[] = "UvcGadget";
+
+// The tail every uncompressed-format GUID shares after its FourCC.
+const uint8_t kGuidTail[12] = {0x00, 0x00, 0x10, 0x00, 0x80, 0x00,
+                               0x00, 0xaa, 0x00, 0x38, 0x9b, 0x71};
+
+bool readFile(const fs::path& path, std::string& text) {
+    std::ifstream in(path, std::ios::binary);
+    if (!in)
+        return false;
+    text.assign(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+    // configfs reports an attribute it cannot show now (an index before the
+    // format is linked) as a failed read.
+    return !in.bad();
+}
+
+// Every whitespace-separated unsigned number of an attribute, in order.
+bool readNumbers(const fs::path& path, std::vector<uint32_t>& values) {
+    std::string text;
+    if (!readFile(path, text))
+        return false;
+    values.clear();
+    std::istringstream in(text);
+    std::string word;
+    while (in >> word) {
+        char* end = nullptr;
+        errno = 0;
+        const unsigned long long v = strtoull(word.c_str(), &end, 0);
+        if (errno != 0 || end == word.c_str() || *end != '\0' || v > UINT32_MAX)
+            return false;
+        values.push_back(static_cast<uint32_t>(v));
+    }
+    return !values.empty();
+}
+
+bool readNumber(const fs::path& path, uint32_t& value) {
+    std::vector<uint32_t> values;
+    if (!readNumbers(path, values) || values.size() != 1)
+        return false;
+    value = values[0];
+    return true;
+}
+
+template <typename T>
+void readOptional(const fs::path& path, T& value) {
+    uint32_t v = 0;
+    if (readNumber(path, v))
+        value = static_cast<T>(v);
+}
+
+std::vector<fs::path> subdirectories(const fs::path& dir) {
+    std::vector<fs::path> dirs;
+    std::error_code ec;
+    for (fs::directory_iterator it(dir, ec), end; !ec && it != end; it.increment(ec)) {
+        if (it->is_directory(ec))
+            dirs.push_back(it->path());
+    }
+    std::sort(dirs.begin(), dirs.end());
+    return dirs;
+}
+
+// 0 when the GUID names no format this bridge streams.
+uint32_t fourccOfGuid(const std::string& guid) {
+    if (guid.size() < 16 || !std::equal(kGuidTail, kGuidTail + 12, guid.begin() + 4,
+                                        [](uint8_t a, char b) { return a == uint8_t(b); }))
+        return 0;
+    const std::string code = guid.substr(0, 4);
+    if (code == "YUY2")
+        return fourcc('Y', 'U', 'Y', 'V');
+    if (code == "NV12")
+        return fourcc('N', 'V', '1', '2');
+    if (code == "I420")
+        return fourcc('Y', 'U', '1', '2');
+    return 0;
+}
+
+bool readFrame(const fs::path& dir, uint32_t bitsPerPixel, FrameDesc& frame) {
+    uint32_t index = 0, width = 0, height = 0;
+    if (!readNumber(dir / "bFrameIndex", index) || index == 0 || index > 255 ||
+        !readNumber(dir / "wWidth", width) || !readNumber(dir / "wHeight", height) || width == 0 ||
+        height == 0 || width > UINT16_MAX || height > UINT16_MAX ||
+        !readNumbers(dir / "dwFrameInterval", frame.intervals))
+        return false;
+    frame.index = static_cast<uint8_t>(index);
+    frame.width = static_cast<uint16_t>(width);
+    frame.height = static_cast<uint16_t>(height);
+    std::sort(frame.intervals.begin(), frame.intervals.end());
+    frame.intervals.erase(std::remove(frame.intervals.begin(), frame.intervals.end(), 0u),
+                          frame.intervals.end());
+    if (frame.intervals.empty())
+        return false;
+    frame.defaultInterval = frame.intervals.front();
+    readOptional(dir / "dwDefaultFrameInterval", frame.defaultInterval);
+    if (bitsPerPixel != 0) {
+        frame.maxFrameSize = static_cast<uint32_t>(uint64_t(width) * height * bitsPerPixel / 8);
+    } else {
+        readOptional(dir / "dwMaxVideoFrameBufferSize", frame.maxFrameSize);
+    }
+    return frame.maxFrameSize != 0;
+}
+
+// False when the directory is not a declared format (not linked, or unknown).
+bool readFormat(const fs::path& dir, bool compressed, FormatDesc& format) {
+    uint32_t index = 0;
+    if (!readNumber(dir / "bFormatIndex", index) || index == 0 || index > 255)
+        return false;
+    uint32_t bitsPerPixel = 0;
+    if (compressed) {
+        format.fourcc = fourcc('M', 'J', 'P', 'G');
+    } else {
+        std::string guid;
+        if (!readFile(dir / "guidFormat", guid) || (format.fourcc = fourccOfGuid(guid)) == 0 ||
+            !readNumber(dir / "bBitsPerPixel", bitsPerPixel) || bitsPerPixel == 0) {
+            __android_log_print(ANDROID_LOG_WARN, kTag, "%s: format not supported, skipped",
+                                dir.c_str());
+            return false;
+        }
+    }
+    format.index = static_cast<uint8_t>(index);
+    format.compressed = compressed;
+    readOptional(dir / "bDefaultFrameIndex", format.defaultFrameIndex);
+    for (const fs::path& frameDir : subdirectories(dir)) {
+        FrameDesc frame;
+        if (readFrame(frameDir, bitsPerPixel, frame)) {
+            format.frames.push_back(std::move(frame));
+        } else {
+            __android_log_print(ANDROID_LOG_WARN, kTag, "%s: frame not usable, skipped",
+                                frameDir.c_str());
+        }
+    }
+    std::sort(format.frames.begin(), format.frames.end(),
+              [](const FrameDesc& a, const FrameDesc& b) { return a.index < b.index; });
+    if (format.frame(format.defaultFrameIndex) == nullptr && !format.frames.empty())
+        format.defaultFrameIndex = format.frames.front().index;
+    return !format.frames.empty();
+}
+
+}  // namespace
+
+ConfigfsFunction::ConfigfsFunction(std::string functionDir) : dir_(std::move(functionDir)) {}
+
+bool ConfigfsFunction::load(GadgetFunction& function, std::string& error) {
+    const fs::path root(dir_);
+    std::error_code ec;
+    if (!fs::is_directory(root / "streaming", ec)) {
+        error = dir_ + ": not a UVC function directory";
+        return false;
+    }
+    GadgetFunction result;
+    readOptional(root / "control" / "bInterfaceNumber", result.controlInterface);
+    readOptional(root / "streaming" / "bInterfaceNumber", result.streamingInterface);
+    readOptional(root / "control/terminal/camera/default/bTerminalID", result.cameraTerminalId);
+    readOptional(root / "control/processing/default/bUnitID", result.processingUnitId);
+    for (const fs::path& header : subdirectories(root / "control" / "header"))
+        readOptional(header / "bcdUVC", result.uvcVersion);
+    uint32_t maxPacket = 1024;
+    readOptional(root / "streaming_maxpacket", maxPacket);
+    // High-speed endpoints carry up to three packets of at most 1024 bytes per
+    // microframe; the function splits streaming_maxpacket evenly among them.
+    const uint32_t packets =
+        std::max<uint32_t>(1, std::min<uint32_t>(3, (maxPacket + 1023) / 1024));
+    result.maxPayloadTransferSize = maxPacket / packets * packets;
+
+    for (const auto& [kind, compressed] : {std::pair<const char*, bool>{"uncompressed", false},
+                                           std::pair<const char*, bool>{"mjpeg", true}}) {
+        for (const fs::path& dir : subdirectories(root / "streaming" / kind)) {
+            FormatDesc format;
+            if (readFormat(dir, compressed, format))
+                result.formats.push_back(std::move(format));
+        }
+    }
+    std::sort(result.formats.begin(), result.formats.end(),
+              [](const FormatDesc& a, const FormatDesc& b) { return a.index < b.index; });
+    if (result.formats.empty()) {
+        error = dir_ + ": no format is linked into the streaming header";
+        return false;
+    }
+    function = std::move(result);
+    return true;
+}
+
+}  // namespace uvc_gadget

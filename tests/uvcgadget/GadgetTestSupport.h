@@ -1,0 +1,83 @@
+#pragma once
+
+#include <stdlib.h>
+
+#include <filesystem>
+#include <fstream>
+#include <map>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "uvc/GadgetFunction.h"
+#include "uvc/RequestHandler.h"
+
+namespace gadget_test {
+
+// A fresh directory, removed with its contents at the end.
+class TempDir {
+public:
+    TempDir() {
+        char pattern[] = "/tmp/uvcgadget_test_XXXXXX";
+        if (mkdtemp(pattern) != nullptr)
+            path_ = pattern;
+    }
+    ~TempDir() {
+        std::error_code ec;
+        if (!path_.empty())
+            std::filesystem::remove_all(path_, ec);
+    }
+    const std::string& path() const { return path_; }
+    // Writes `text` to `name` (relative), making its directories.
+    void write(const std::string& name, const std::string& text) const {
+        const std::filesystem::path file = std::filesystem::path(path_) / name;
+        std::filesystem::create_directories(file.parent_path());
+        std::ofstream(file, std::ios::binary) << text;
+    }
+
+private:
+    std::string path_;
+};
+
+// YUYV (640x480, 1280x720) then MJPEG (640x480), as a gadget script declares.
+inline uvc_gadget::GadgetFunction twoFormats() {
+    using namespace uvc_gadget;
+    GadgetFunction f;
+    f.maxPayloadTransferSize = 3072;
+    FormatDesc yuyv;
+    yuyv.index = 1;
+    yuyv.fourcc = fourcc('Y', 'U', 'Y', 'V');
+    yuyv.defaultFrameIndex = 2;
+    yuyv.frames = {{1, 640, 480, {333333, 666666}, 333333, 640 * 480 * 2},
+                   {2, 1280, 720, {333333, 1000000}, 1000000, 1280 * 720 * 2}};
+    FormatDesc mjpeg;
+    mjpeg.index = 2;
+    mjpeg.fourcc = fourcc('M', 'J', 'P', 'G');
+    mjpeg.compressed = true;
+    mjpeg.frames = {{1, 640, 480, {333333}, 333333, 300000}};
+    f.formats = {yuyv, mjpeg};
+    return f;
+}
+
+// The library's settings table as far as the tests need it: records every
+// set and answers get with the recorded value (nothing for an unknown name).
+class FakeSettings : public uvc_gadget::SettingChannel {
+public:
+    void set(const std::string& name, int32_t value) override {
+        sets.emplace_back(name, value);
+        values[name] = value;
+    }
+    std::optional<int32_t> get(const std::string& name) override {
+        gets.push_back(name);
+        auto it = values.find(name);
+        if (it == values.end())
+            return std::nullopt;
+        return it->second;
+    }
+
+    std::map<std::string, int32_t> values;
+    std::vector<std::pair<std::string, int32_t>> sets;
+    std::vector<std::string> gets;
+};
+
+}  // namespace gadget_test
