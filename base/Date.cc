@@ -1,7 +1,6 @@
 #include "base/Date.h"
 
-#include <sys/time.h>
-
+#include <atomic>
 #include <cstdio>
 #include <ctime>
 
@@ -9,46 +8,80 @@ namespace VOLUT {
 
 namespace {
 
+constexpr int64_t kMillisPerSecond = 1000;
+constexpr int64_t kSecondsPerDay = 86400;
 constexpr int64_t kMillisPerHour = 3600000;
 // Field input is limited to years up to 9999 (fields beyond these bounds give
-// 9999-12-31 23:59:59.999); the millisecond constructor takes any count.
+// 9999-12-31 23:59:59.999); the millisecond constructor takes any count that
+// fits a signed 64-bit number.
 constexpr unsigned int kMaxYear = 9999;
 constexpr unsigned int kMaxField = 100000;
 constexpr uint64_t kMaxMilliseconds = 253402300799999ULL;
 
-// Breaks a signed millisecond count down as UTC (reentrant); false when the
-// year does not fit the broken-down form.
-bool breakDown(int64_t ms, tm& out, unsigned int& millis) {
-    int64_t seconds = ms / 1000;
-    int64_t rest = ms % 1000;
-    if (rest < 0) {  // floor, so that -1 ms is 23:59:59.999 of the day before
-        rest += 1000;
-        seconds -= 1;
-    }
-    time_t t = static_cast<time_t>(seconds);
-    millis = static_cast<unsigned int>(rest);
-    return gmtime_r(&t, &out) != nullptr;
+std::atomic<Date::ClockFunction> gClock{&clock_gettime};
+
+// The calendar is computed here in 64 bits rather than with gmtime_r/timegm,
+// whose time_t is 32 bits on the device and ends in January 2038.
+struct Fields {
+    int64_t year;
+    unsigned int month, day, hour, minute, second, millisecond;
+};
+
+int64_t floorDiv(int64_t a, int64_t b) {
+    return a / b - (a % b != 0 && (a < 0) != (b < 0) ? 1 : 0);
+}
+
+// Days from 1970-01-01 to the given day of the proleptic Gregorian calendar
+// (month 1 to 12; any day, counted on from the first of the month).
+int64_t daysFromCivil(int64_t year, unsigned int month, int64_t day) {
+    year -= month <= 2 ? 1 : 0;
+    const int64_t era = floorDiv(year, 400);
+    const int64_t yearOfEra = year - era * 400;                            // [0, 399]
+    const int64_t dayOfYear = (153 * (month > 2 ? month - 3 : month + 9) + 2) / 5;  // from 1 March
+    const int64_t dayOfEra = yearOfEra * 365 + yearOfEra / 4 - yearOfEra / 100 + dayOfYear;
+    return era * 146097 + dayOfEra - 719468 + (day - 1);
+}
+
+// The inverse: a signed millisecond count broken down as UTC.
+Fields breakDown(int64_t ms) {
+    const int64_t seconds = floorDiv(ms, kMillisPerSecond);
+    const int64_t days = floorDiv(seconds, kSecondsPerDay);
+    const int64_t secondOfDay = seconds - days * kSecondsPerDay;
+    const int64_t z = days + 719468;  // days from 0000-03-01
+    const int64_t era = floorDiv(z, 146097);
+    const int64_t dayOfEra = z - era * 146097;  // [0, 146096]
+    const int64_t yearOfEra =
+        (dayOfEra - dayOfEra / 1460 + dayOfEra / 36524 - dayOfEra / 146096) / 365;
+    const int64_t dayOfYear = dayOfEra - (365 * yearOfEra + yearOfEra / 4 - yearOfEra / 100);
+    const int64_t mp = (5 * dayOfYear + 2) / 153;  // month from March, [0, 11]
+    Fields f{};
+    f.month = static_cast<unsigned int>(mp < 10 ? mp + 3 : mp - 9);
+    f.year = yearOfEra + era * 400 + (f.month <= 2 ? 1 : 0);
+    f.day = static_cast<unsigned int>(dayOfYear - (153 * mp + 2) / 5 + 1);
+    f.hour = static_cast<unsigned int>(secondOfDay / 3600);
+    f.minute = static_cast<unsigned int>(secondOfDay / 60 % 60);
+    f.second = static_cast<unsigned int>(secondOfDay % 60);
+    f.millisecond = static_cast<unsigned int>(ms - seconds * kMillisPerSecond);
+    return f;
 }
 
 std::string format(const Date& date, short zoneHours, bool withYear) {
-    tm b{};
-    unsigned int millis = 0;
     const uint64_t count = date.millisecondsFrom1970();
     int64_t shifted = 0;
     if (count > static_cast<uint64_t>(INT64_MAX) ||
         __builtin_add_overflow(static_cast<int64_t>(count), int64_t{zoneHours} * kMillisPerHour,
-                               &shifted) ||
-        !breakDown(shifted, b, millis)) {
+                               &shifted)) {
         return std::string();
     }
+    const Fields f = breakDown(shifted);
     char text[128];
     if (withYear) {
-        std::snprintf(text, sizeof(text), "%04d-%02d-%02d %02d:%02d:%02d.%03d", b.tm_year + 1900,
-                      b.tm_mon + 1, b.tm_mday, b.tm_hour, b.tm_min, b.tm_sec,
-                      static_cast<int>(millis));
+        std::snprintf(text, sizeof(text), "%04lld-%02u-%02u %02u:%02u:%02u.%03u",
+                      static_cast<long long>(f.year), f.month, f.day, f.hour, f.minute, f.second,
+                      f.millisecond);
     } else {
-        std::snprintf(text, sizeof(text), "%02d-%02d %02d:%02d:%02d.%03d", b.tm_mon + 1, b.tm_mday,
-                      b.tm_hour, b.tm_min, b.tm_sec, static_cast<int>(millis));
+        std::snprintf(text, sizeof(text), "%02u-%02u %02u:%02u:%02u.%03u", f.month, f.day, f.hour,
+                      f.minute, f.second, f.millisecond);
     }
     return text;
 }
@@ -95,10 +128,20 @@ int64_t Date::operator-(const Date& other) const {
 }
 
 Date Date::now() {
-    timeval tv{};
-    gettimeofday(&tv, nullptr);
-    return Date(static_cast<unsigned long long>(tv.tv_sec) * 1000ULL +
-                static_cast<unsigned long long>(tv.tv_usec) / 1000ULL);
+    timespec ts{};
+    if (gClock.load(std::memory_order_relaxed)(CLOCK_REALTIME, &ts) != 0) {
+        return Date(0ULL);
+    }
+    // A 32-bit time_t (the device's) turns negative in 2038; read as unsigned
+    // it stays right until 2106, and the wall clock is never before 1970.
+    const uint64_t seconds = sizeof(time_t) < sizeof(uint64_t)
+                                 ? static_cast<uint32_t>(ts.tv_sec)
+                                 : static_cast<uint64_t>(ts.tv_sec);
+    return Date(seconds * 1000ULL + static_cast<uint64_t>(ts.tv_nsec) / 1000000ULL);
+}
+
+Date::ClockFunction Date::setClockForTesting(ClockFunction clock) {
+    return gClock.exchange(clock ? clock : &clock_gettime);
 }
 
 int Date::currentTimeZone() {
@@ -119,21 +162,19 @@ int Date::currentTimeZone() {
 }
 
 void Date::calculateDate() {
-    tm b{};
-    unsigned int millis = 0;
-    if (milliseconds_ > static_cast<uint64_t>(INT64_MAX) ||
-        !breakDown(static_cast<int64_t>(milliseconds_), b, millis)) {
-        // Beyond what the calendar functions can represent.
+    if (milliseconds_ > static_cast<uint64_t>(INT64_MAX)) {
+        // Beyond a signed count: no fields rather than garbage.
         year_ = month_ = day_ = hour_ = minute_ = second_ = millisecond_ = 0;
         return;
     }
-    year_ = static_cast<uint32_t>(b.tm_year + 1900);
-    month_ = static_cast<uint32_t>(b.tm_mon + 1);
-    day_ = static_cast<uint32_t>(b.tm_mday);
-    hour_ = static_cast<uint32_t>(b.tm_hour);
-    minute_ = static_cast<uint32_t>(b.tm_min);
-    second_ = static_cast<uint32_t>(b.tm_sec);
-    millisecond_ = millis;
+    const Fields f = breakDown(static_cast<int64_t>(milliseconds_));
+    year_ = static_cast<uint32_t>(f.year);
+    month_ = f.month;
+    day_ = f.day;
+    hour_ = f.hour;
+    minute_ = f.minute;
+    second_ = f.second;
+    millisecond_ = f.millisecond;
 }
 
 void Date::calculateMillisecondsFrom1970() {
@@ -142,19 +183,19 @@ void Date::calculateMillisecondsFrom1970() {
         milliseconds_ = kMaxMilliseconds;
         return;
     }
-    tm b{};
-    b.tm_year = static_cast<int>(year_) - 1900;
-    b.tm_mon = static_cast<int>(month_) - 1;
-    b.tm_mday = static_cast<int>(day_);
-    b.tm_hour = static_cast<int>(hour_);
-    b.tm_min = static_cast<int>(minute_);
-    b.tm_sec = static_cast<int>(second_);
-    time_t seconds = timegm(&b);
-    if (seconds < 0) {  // before 1970, or not representable
+    // Out-of-range fields carry over as timegm would: month 13 is January of
+    // the next year, month 0 December of the one before, day 0 the last day
+    // of the month before.
+    const int64_t months = int64_t{year_} * 12 + month_ - 1;
+    const int64_t year = floorDiv(months, 12);
+    const auto month = static_cast<unsigned int>(months - year * 12 + 1);
+    const int64_t seconds = daysFromCivil(year, month, day_) * kSecondsPerDay +
+                            int64_t{hour_} * 3600 + int64_t{minute_} * 60 + second_;
+    if (seconds < 0) {  // before 1970
         milliseconds_ = 0;
         return;
     }
-    uint64_t total = static_cast<uint64_t>(seconds) * 1000u + millisecond_;
+    const uint64_t total = static_cast<uint64_t>(seconds) * 1000u + millisecond_;
     milliseconds_ = total < kMaxMilliseconds ? total : kMaxMilliseconds;
 }
 

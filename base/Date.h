@@ -1,5 +1,7 @@
 #pragma once
 
+#include <time.h>
+
 #include <cstdint>
 #include <string>
 
@@ -44,6 +46,12 @@ public:
     static Date now();
     // Local offset from UTC in whole hours (a half-hour part is dropped).
     static int currentTimeZone();
+
+    // Replaces the clock_gettime behind now(); null restores the system's.
+    // Returns the previous function. For tests only.
+    using ClockFunction = int (*)(clockid_t, struct timespec*);
+    __attribute__((visibility("hidden"))) static ClockFunction setClockForTesting(
+        ClockFunction clock);
 
 private:
     void calculateDate();

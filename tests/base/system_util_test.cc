@@ -123,6 +123,50 @@ TEST(DateTest, ArithmeticComparisonAndOutOfRangeFields) {
     EXPECT_EQ(Date(~0ULL).year(), 0u);
 }
 
+// Past the end of a 32-bit time_t (2038-01-19 03:14:08) and of an unsigned
+// one (2106), through leap rules, both ways between fields and count.
+TEST(DateTest, CalendarIsRightFrom1970PastThe32BitEnds) {
+    const struct {
+        unsigned int year, month, day, hour, minute, second;
+        unsigned long long ms;
+        const char* text;
+    } cases[] = {
+        {1970, 1, 1, 0, 0, 0, 0ULL, "1970-01-01 00:00:00.000"},
+        {2038, 1, 19, 3, 14, 8, 2147483648000ULL, "2038-01-19 03:14:08.000"},
+        {2096, 10, 2, 7, 6, 40, 4000000000000ULL, "2096-10-02 07:06:40.000"},
+        {2100, 3, 1, 0, 0, 0, 4107542400000ULL, "2100-03-01 00:00:00.000"},  // 2100: no 29 Feb
+        {2106, 2, 7, 6, 28, 16, 4294967296000ULL, "2106-02-07 06:28:16.000"},
+        {2400, 2, 29, 0, 0, 0, 13574563200000ULL, "2400-02-29 00:00:00.000"},
+    };
+    for (const auto& c : cases) {
+        Date fromFields(c.year, c.month, c.day, c.hour, c.minute, c.second, 0);
+        EXPECT_EQ(fromFields.millisecondsFrom1970(), c.ms) << c.text;
+        Date fromCount(c.ms);
+        EXPECT_EQ(fromCount.toString(0), c.text);
+        EXPECT_EQ(fromCount.year() * 10000 + fromCount.month() * 100 + fromCount.day(),
+                  c.year * 10000 + c.month * 100 + c.day)
+            << c.text;
+        EXPECT_EQ(fromCount.hour() * 3600 + fromCount.minute() * 60 + fromCount.second(),
+                  c.hour * 3600 + c.minute * 60 + c.second)
+            << c.text;
+    }
+    EXPECT_EQ((Date(2147483647999ULL) + 1).toString(0), "2038-01-19 03:14:08.000");
+}
+
+// A 32-bit time_t clock has turned negative by then; now() still reads it.
+TEST(DateTest, NowPast2038) {
+    auto clock = [](clockid_t, timespec* ts) {
+        ts->tv_sec = static_cast<time_t>(4000000000LL);
+        ts->tv_nsec = 7000000;
+        return 0;
+    };
+    auto previous = Date::setClockForTesting(clock);
+    const Date now = Date::now();
+    Date::setClockForTesting(previous);
+    EXPECT_EQ(now.millisecondsFrom1970(), 4000000000007ULL);
+    EXPECT_GE(Date::now().year(), 2026u);
+}
+
 TEST(DateTest, CurrentTimeZoneInWholeHours) {
     // The half hours are dropped.
     const std::pair<const char*, int> zones[] = {

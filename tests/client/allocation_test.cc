@@ -1,10 +1,13 @@
 // Counts heap allocations while a stream runs in steady state: the loop
 // thread makes and hands over every frame, so it must allocate nothing. Only
-// in builds without sanitizers, which bring their own allocators.
+// in builds without sanitizers, which bring their own allocators. The same
+// hooks let memory run out on request (HeapFaults.h).
 
 #include <atomic>
+#include <cerrno>
 #include <iostream>
 
+#include "HeapFaults.h"
 #include "client_harness.h"
 
 namespace {
@@ -19,7 +22,33 @@ inline void noteAllocation() {
     }
 }
 
+std::atomic<bool> heapLimited{false};
+std::atomic<long> heapAllowed{0}, heapFailed{0};
+
+// True when this allocation is to fail as if memory had run out.
+inline bool heapRunsOut() {
+    if (!heapLimited.load(std::memory_order_relaxed) || heapAllowed.fetch_sub(1) > 0) {
+        return false;
+    }
+    heapFailed++;
+    errno = ENOMEM;
+    return true;
+}
+
 }  // namespace
+
+namespace client_test {
+
+void failHeapAfter(long allocations) {
+    heapAllowed = allocations;
+    heapLimited = allocations >= 0;
+}
+
+long heapFailures() {
+    return heapFailed.load();
+}
+
+}  // namespace client_test
 
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
 #define UVC_COUNT_ALLOCATIONS 0
@@ -31,15 +60,15 @@ extern "C" void* __libc_calloc(size_t, size_t);
 extern "C" void* __libc_realloc(void*, size_t);
 extern "C" void* malloc(size_t n) {
     noteAllocation();
-    return __libc_malloc(n);
+    return heapRunsOut() ? nullptr : __libc_malloc(n);
 }
 extern "C" void* calloc(size_t n, size_t m) {
     noteAllocation();
-    return __libc_calloc(n, m);
+    return heapRunsOut() ? nullptr : __libc_calloc(n, m);
 }
 extern "C" void* realloc(void* p, size_t n) {
     noteAllocation();
-    return __libc_realloc(p, n);
+    return n > 0 && heapRunsOut() ? nullptr : __libc_realloc(p, n);
 }
 #endif
 

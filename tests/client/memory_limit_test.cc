@@ -1,5 +1,4 @@
 #include <gtest/gtest.h>
-#include <malloc.h>
 #include <sys/resource.h>
 #include <unistd.h>
 
@@ -8,6 +7,7 @@
 #include <new>
 #include <string>
 
+#include "HeapFaults.h"
 #include "client/HidlUvcClient.h"
 #include "client/event_loop_utils.h"
 #include "trevo_host.h"
@@ -96,20 +96,25 @@ void countAndThrow() {
     }
 
     // Memory runs out at every stage of a message within the limits (2,000
-    // strings take about 0.5 MB parsed): from no room at all, in 4 KiB steps.
+    // strings take about 0.5 MB parsed): from no room at all, then after ever
+    // more allocations, until the message is handled with room to spare. The
+    // allocator runs out rather than the address space, which an emulator
+    // would not limit.
     std::string heavy = R"({"msg_type":"uvc_report","content":{"gain":"get","s":[)";
     for (int i = 0; i < 2000; ++i) {
         heavy += (i ? "," : "") + std::string(R"("twenty-seven bytes of text.")");
     }
     heavy += "]}}";
     std::set_new_handler(countAndThrow);
-    const int steps = 160;
-    for (int step = 0; step < steps; ++step) {
+    for (long allowed = 0;; allowed += 1 + allowed / 16) {
         std::string message = heavy;  // the bridge's copy, made while there is room
-        malloc_trim(0);
-        limitAddressSpace(addressSpaceInUse() + static_cast<rlim_t>(step) * (4u << 10));
+        const long failuresBefore = client_test::heapFailures();
+        client_test::failHeapAfter(allowed);
         client->setting(std::move(message), 0, 0);
-        limitAddressSpace(start + (256u << 20));
+        client_test::failHeapAfter(-1);
+        if (client_test::heapFailures() == failuresBefore) {
+            break;
+        }
     }
     if (newFailures == 0) {
         fail("operator new never failed: the test proves nothing");

@@ -8,6 +8,7 @@
 #include <cstdlib>
 
 #include "TempDir.h"
+#include "TestEmulator.h"
 #include "media/FileUtil.h"
 #include "media/OutputNaming.h"
 
@@ -31,7 +32,10 @@ protected:
     static std::string hostCommand(const std::vector<std::string>& args) {
         std::string cmd;
 #ifdef UVC_HOST_PATH
-        cmd = uvc_host::shellQuote(UVC_HOST_PATH);
+        for (const std::string& part : uvc_test::kEmulator) {  // a cross build's emulator
+            cmd += uvc_host::shellQuote(part) + " ";
+        }
+        cmd += uvc_host::shellQuote(UVC_HOST_PATH);
 #endif
         for (const std::string& a : args) {
             cmd += " " + uvc_host::shellQuote(a);
