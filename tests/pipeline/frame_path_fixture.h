@@ -57,6 +57,10 @@ protected:
         for (int i = 0; i < 2000 && !idle(*mgmt); ++i)
             std::this_thread::sleep_for(std::chrono::milliseconds(1));
         queueFrame(pool, length, fill);
+        // The thread may have taken a buffer from convertQ just before the
+        // idle check; holding its (recursive) lock over the hand-over keeps a
+        // conversion it starts now from making the hand-over drop the frame.
+        std::lock_guard<std::recursive_mutex> guard(mgmt->lock);
         return pool.sendFrame(mgmt);
     }
 
