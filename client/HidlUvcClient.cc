@@ -27,6 +27,13 @@ void logDropped(const char* callback) {
     }
 }
 
+// Takes the bridge's calls once a client is gone.
+class InertHotPlugHandler : public trevo::HotPlugHandler {
+public:
+    void hotplug(trevo::ConnectionStatus, uint8_t, uint8_t) override {}
+    void setting(std::string, uint8_t, uint8_t) override {}
+};
+
 }  // namespace
 
 HidlUvcClient::HidlUvcClient() : bridge(trevo::BridgeContext(1)) {
@@ -43,7 +50,11 @@ HidlUvcClient::HidlUvcClient() : bridge(trevo::BridgeContext(1)) {
 }
 
 HidlUvcClient::~HidlUvcClient() {
-    bridge.unregisterHotPlugHandler(*this);
+    // The bridge has no way to unregister, but it calls one handler at a
+    // time: handing it an inert one, which lives as long as the process,
+    // keeps its calls away from this client while its members are destroyed.
+    static auto* inert = new InertHotPlugHandler;  // never destroyed
+    bridge.registerHotPlugHandler(*inert);
 }
 
 std::string HidlUvcClient::streamKey(uint8_t stream_id, uint8_t stream_idx) {

@@ -20,8 +20,8 @@ namespace hidl_uvc_client {
 class HidlUvcClient : public trevo::HotPlugHandler {
 public:
     HidlUvcClient();
-    // Unregisters from the bridge first, so that no callback reaches a
-    // half-destroyed client; then the stream handlers are destroyed.
+    // Turns the bridge's calls away first (see the .cc), so that none
+    // reaches a half-destroyed client; then the stream handlers go.
     ~HidlUvcClient() override;
 
     HidlUvcClient(const HidlUvcClient&) = delete;

@@ -29,7 +29,11 @@ void logFailure(const char* what) {
 
 BufferMgmt::BufferMgmt(unsigned count, unsigned size, trevo::CompositorBridge* bridge,
                        unsigned char stream_id, unsigned char stream_idx)
-    : bridge(bridge), stream_id(stream_id), stream_idx(stream_idx), bufferSize(size) {
+    : bridge(bridge),
+      stream_id(stream_id),
+      stream_idx(stream_idx),
+      bufferSize(size),
+      sender(bridge, stream_id, stream_idx, fillQ) {
     for (unsigned i = 0; i < count; ++i) {
         auto buffer = std::make_unique<FlatTestBuffer>(size);
         // A buffer without memory would only make every frame it meets fail.
@@ -59,7 +63,8 @@ int BufferMgmt::tryRepair() {
     return guard.owns_lock() ? repairLocked() : missingCount.load();
 }
 
-void BufferMgmt::frameDropped() {
+void BufferMgmt::frameDropped() const {
+    std::lock_guard<std::mutex> guard(dropLock);
     ++droppedSinceReport;
     const auto now = std::chrono::steady_clock::now();
     if (dropReported && now - lastDropReport < std::chrono::seconds(1))
@@ -109,6 +114,8 @@ void BufferMgmt::startStream() {
     running = true;
     if (threadStarted)
         return;
+    if (!sender.start())
+        return;
     try {
         msgThread = std::thread(&BufferMgmt::msgHandler, this);
         threadStarted = true;
@@ -132,6 +139,7 @@ void BufferMgmt::stopStream() {
     }
     if (msgThread.joinable())
         msgThread.join();
+    sender.stop();
     std::lock_guard<std::recursive_mutex> guard(lock);
     threadStarted = false;
     // Drop a wake-up the thread did not need; filled buffers keep their order.
@@ -161,15 +169,23 @@ void BufferMgmt::msgHandler() try {
             continue;  // a wake-up left over from an earlier stop
         FlatBuffer flat;
         void* address = buffer->lockBuffer(&flat);
+        claimed = false;
+        converting = flat.hardwareBuffer;
         try {
             convert(flat, buffer->size);
         } catch (...) {
             logFailure("conversion");  // the frame is lost, the buffer is not
         }
+        converting = nullptr;
         if (address != nullptr)
             buffer->unlock();
         guard.unlock();
-        fillQ.push(std::move(buffer));
+        if (claimed.exchange(false)) {
+            buffer->setSize(claimedSize.load());
+            sender.send(std::move(buffer));
+        } else {
+            fillQ.push(std::move(buffer));
+        }
     }
 } catch (...) {
     // Only the queues' own locking and allocation are left here; the thread
@@ -194,12 +210,15 @@ void BufferMgmt::processBuffer(trevo::GBuffer* frame) const try {
         return;
     if (frame->hardwareBuffer == nullptr)
         return;
-    if (bridge->sendFrameBuffer(0, frame->hardwareBuffer, frame->size, stream_id, stream_idx, 0) !=
-        0) {
-        __android_log_print(ANDROID_LOG_WARN, "ConvFactory",
-                            "BUG: socket connection dropped to uvc_gadget. Trying to recover.");
-        bridge->registerProjector(0);
+    if (frame->hardwareBuffer == converting.load()) {
+        // Ours, and locked until convert returns: the conversion thread
+        // hands it to the sender then.
+        claimedSize = frame->size;
+        claimed = true;
+        return;
     }
+    if (!sender.sendCopy(*frame))
+        frameDropped();
 } catch (...) {
     logFailure("frame hand-over");
 }

@@ -11,6 +11,7 @@
 #include "pipeline/BlockingQueue.h"
 #include "pipeline/FlatBuffer.h"
 #include "pipeline/FlatTestBuffer.h"
+#include "pipeline/FrameSender.h"
 #include "trevo/CompositorBridge.h"
 #include "trevo/FrameReceiver.h"
 #include "trevo/GBuffer.h"
@@ -20,8 +21,16 @@ namespace hidl_uvc_client {
 // The last stage of a stream's frame path: a few hardware buffers circulate
 // between fillQ (free) and convertQ (filled); the conversion thread passes
 // each filled one through the conversion factory, and the factory hands the
-// result back to processBuffer, which gives the frames of this stream to the
-// bridge.
+// result back to processBuffer, which passes the frames of this stream to
+// the stream's sender, whose thread gives them to the bridge. A buffer goes
+// back to fillQ once the bridge has taken its frame.
+//
+// processBuffer never waits for the bridge: the library calls the sinks of
+// every stream under one mutex, so one slow host would otherwise stall all
+// streams. When the delivered frame is the buffer being converted (the
+// library delivers within convert), that buffer itself goes to the sender
+// after the conversion; a frame in a buffer of the library's own is copied
+// into a free buffer first.
 class BufferMgmt : public trevo::FrameReceiver {
 public:
     BufferMgmt(unsigned count, unsigned size, trevo::CompositorBridge* bridge,
@@ -34,10 +43,11 @@ public:
     BufferMgmt(const BufferMgmt&) = delete;
     BufferMgmt& operator=(const BufferMgmt&) = delete;
 
-    // Starts the conversion thread (a second start without a stop only keeps
-    // the running thread).
+    // Starts the conversion thread and the sender (a second start without a
+    // stop only keeps the running threads).
     void startStream();
-    // Stops the conversion thread and waits for it.
+    // Stops the conversion thread and the sender and waits for both; frames
+    // not yet sent are dropped, their buffers return to fillQ.
     void stopStream();
     void msgHandler();
     void convert(FlatBuffer& buffer, unsigned size);
@@ -51,10 +61,10 @@ public:
     // repair() for the loop thread: does nothing while a conversion runs.
     int tryRepair();
 
-    // Counts a frame the hand-over had to drop because the stream was busy
-    // (no free hardware buffer, or a conversion running) and says so at most
-    // once a second. Called under the stream handler's lock only.
-    void frameDropped();
+    // Counts a frame that had to be dropped because the stream was busy (no
+    // free hardware buffer, or a conversion running) and says so at most
+    // once a second. Thread-safe.
+    void frameDropped() const;
 
     bool isRunning() const { return running; }
     bool isThreadStarted() const;
@@ -77,9 +87,16 @@ private:
     const unsigned bufferSize;
     std::vector<std::unique_ptr<FlatTestBuffer>> missing;  // guarded by `lock`
     std::atomic<int> missingCount{0};
-    unsigned droppedSinceReport = 0;
-    bool dropReported = false;
-    std::chrono::steady_clock::time_point lastDropReport;
+    mutable std::mutex dropLock;  // a leaf: guards the three below
+    mutable unsigned droppedSinceReport = 0;
+    mutable bool dropReported = false;
+    mutable std::chrono::steady_clock::time_point lastDropReport;
+    mutable FrameSender sender;
+    // The buffer being converted, and whether its frame reached this sink
+    // (with which payload size) during the conversion.
+    mutable std::atomic<AHardwareBuffer*> converting{nullptr};
+    mutable std::atomic<bool> claimed{false};
+    mutable std::atomic<uint32_t> claimedSize{0};
     std::thread msgThread;
     // Read by the conversion thread outside `lock` between buffers.
     std::atomic<bool> running{true};

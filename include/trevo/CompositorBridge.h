@@ -14,14 +14,19 @@ namespace trevo {
 
 // Connection to the compositor. Every object, copies included, talks to the
 // same compositor service; copies are cheap.
+//
+// The device's libcompositorbridge implements this class: the order of the
+// virtual operations (sendFrameBuffer fourth) is its virtual table's and is
+// checked by tests/platform/closed_layout_test.cc. Add no virtual operation
+// and no member; an operation the device lacks would not link there.
 class TREVO_EXPORT CompositorBridge {
 public:
     explicit CompositorBridge(BridgeContext context);
     CompositorBridge(const CompositorBridge& other);
     CompositorBridge& operator=(const CompositorBridge& other);
 
-    // Makes `handler` the receiver of hotplug and setting calls (replacing
-    // any earlier one). See HotPlugHandler for the lifetime rule.
+    // Makes `handler` the receiver of hotplug and setting calls, replacing
+    // any earlier one. See HotPlugHandler for the lifetime rule.
     virtual int registerHotPlugHandler(HotPlugHandler& handler);
     // Announces this process as projector `projector`; registering again
     // re-establishes a dropped connection to the UVC gadget.
@@ -35,10 +40,7 @@ public:
     // Sends a text message (JSON for replies) to the host application.
     virtual int onAppMessage(const std::string& message);
     virtual int onAppMessage(const char* message);
-    // Stops calls to `handler`; waits for a running call to return (unless
-    // made from inside it). Does nothing when `handler` is not registered.
-    virtual int unregisterHotPlugHandler(HotPlugHandler& handler);
-    // Unregisters the handler registered through this object, if any.
+    // Ends the calls to the handler registered through this object, if any.
     virtual ~CompositorBridge();
 
 private:

@@ -4,7 +4,6 @@
 #include <memory>
 #include <mutex>
 #include <set>
-#include <shared_mutex>
 #include <utility>
 
 #include "trevo/ConverterCbInterface.h"
@@ -18,18 +17,29 @@
 
 namespace trevo {
 
+// Stands for the device factory's first polymorphic base, whose name and
+// operations this program never uses: it only puts the factory's own
+// virtual-table pointer first. Everything in it is inline, so no symbol of it
+// is needed from the device.
+class ConversionFactoryBase {
+public:
+    virtual ~ConversionFactoryBase() = default;
+};
+
 // The process-wide frame-conversion service. convert() runs a frame through
-// the converter for its (input, output) format pair and hands every produced
-// frame to all registered sinks.
+// the converter for its (input, output) format pair; what the converters
+// produce goes to every registered sink, on a thread and at a time of the
+// library's choosing (within convert() or later).
 //
-// The singleton accessor, construction, destruction and sink registration are
-// inline and so belong to the program that uses the factory. Beyond the
-// library's own interface this header offers unregisterFrameSink(): a sink
-// must be unregistered before it is destroyed, and the factory delivers frames
-// under the same mutex (shared, so that the conversions of different streams
-// do not wait for each other's sinks), so once unregisterFrameSink() has
-// returned the sink is not called again.
-class TREVO_EXPORT ConversionFactory : public ConverterCbInterface {
+// The layout of this class is the device's and must not change: the
+// singleton accessor, construction, destruction and sink registration are
+// inline and so compiled into this program, while convert(), the converter
+// call-back and the virtual table come from the device's libconvfact, and
+// both halves reach the same members at the same offsets and lock
+// `sinksMutex` the same way. Base order, member types and member order are
+// checked by tests/platform/closed_layout_test.cc. Add no member, base or
+// virtual operation here.
+class TREVO_EXPORT ConversionFactory : public ConversionFactoryBase, public ConverterCbInterface {
 public:
     static ConversionFactory& getInstance() {
         static ConversionFactory instance;
@@ -57,31 +67,23 @@ public:
     ConversionFactory& operator=(const ConversionFactory&) = delete;
 
     void registerFrameSink(FrameReceiver* sink) {
-        std::lock_guard<std::shared_mutex> guard(sinksMutex);
+        std::lock_guard<std::mutex> guard(sinksMutex);
         sinks.insert(sink);
     }
-    // Returns only when no delivery to `sink` is running any more.
+
+    // Ours, not the library's: a sink must leave before it is destroyed, and
+    // the library offers no way to remove one. It touches only `sinks` under
+    // `sinksMutex`, as registration does. The library holds `sinksMutex`
+    // while it calls the sinks, so once this returns the sink is not called
+    // again.
     void unregisterFrameSink(FrameReceiver* sink) {
-        std::lock_guard<std::shared_mutex> guard(sinksMutex);
+        std::lock_guard<std::mutex> guard(sinksMutex);
         sinks.erase(sink);
     }
-    bool hasFrameSink(FrameReceiver* sink) {
-        std::lock_guard<std::shared_mutex> guard(sinksMutex);
-        return sinks.count(sink) != 0;
-    }
-    size_t frameSinkCount() {
-        std::lock_guard<std::shared_mutex> guard(sinksMutex);
-        return sinks.size();
-    }
-    // The converter table: (input format, output format) -> converter.
-    const std::map<std::pair<int, int>, ConverterInterface*>& converterTable() const {
-        return converters;
-    }
-    ConverterInterface* builtInConverter() const { return yuvConverter.get(); }
 
-    // Converts `frame` for output `format`; produced frames reach the sinks
-    // before this returns. The frame is not kept after the call. 0 on success.
-    virtual int convert(GBuffer* frame, int format);
+    // Converts `frame` for output `format`. The frame is not kept after the
+    // call. 0 on success.
+    int convert(GBuffer* frame, int format);
 
     // Graphics pixel formats of the converter table.
     static constexpr int kFormatNv21 = 17;            // HAL_PIXEL_FORMAT_YCrCb_420_SP
@@ -97,7 +99,7 @@ private:
     std::set<FrameReceiver*> sinks;
     std::shared_ptr<RawConversionBufferQueue> rawQueue;
     std::shared_ptr<ConverterYUV420YUY2> yuvConverter;
-    std::shared_mutex sinksMutex;
+    std::mutex sinksMutex;
     std::map<std::pair<int, int>, ConverterInterface*> converters;
     PluginManager pluginManager;
 };

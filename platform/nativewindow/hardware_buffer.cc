@@ -18,7 +18,7 @@ struct AHardwareBuffer {
     std::unique_ptr<uint8_t[]> bytes;
     std::atomic<int> refs{1};
     std::mutex mutex;
-    int lockDepth = 0;  // guarded by mutex
+    int lockDepth = 0;  // 0 or 1; guarded by mutex
     struct {
         native_handle_t header;
         int ints[2];  // byte size, buffer serial
@@ -160,6 +160,10 @@ extern "C" int AHardwareBuffer_lock(AHardwareBuffer* buffer, uint64_t usage, int
     if (takeFault(gFailLocks))
         return -EINVAL;
     std::lock_guard<std::mutex> guard(buffer->mutex);
+    // An allocator maps a buffer for one user at a time: a second lock
+    // before the unlock is refused, even for reading.
+    if (buffer->lockDepth > 0)
+        return -EBUSY;
     ++buffer->lockDepth;
     ++gHeldLocks;
     ++gLockCalls;

@@ -75,8 +75,8 @@ protected:
 TEST_F(BufferMgmtTest, StopWakesTheThreadLeavesNoWakeUpAndRestartWorks) {
     Buffers pool(5, 64);
     auto mgmt = makeMgmt(3, 64);
-    EXPECT_TRUE(factory().hasFrameSink(mgmt.get()));
-    EXPECT_EQ(factory().frameSinkCount(), sinksBefore + 1);  // TearDown: and left again
+    EXPECT_EQ(factorySinks().count(mgmt.get()), 1u);
+    EXPECT_EQ(factorySinks().size(), sinksBefore + 1);  // TearDown: and left again
     mgmt->stopStream();                                      // never started: only clears `running`
     EXPECT_FALSE(mgmt->isRunning());
     expectHolds(*mgmt, 3);
@@ -179,7 +179,7 @@ TEST_F(BufferMgmtTest, ADestroyedSinkIsNeverCalled) {
             auto passing = std::make_unique<BufferMgmt>(1, 64, &bridge, 0, 1);
             BufferMgmt* raw = passing.get();
             passing.reset();
-            EXPECT_FALSE(factory().hasFrameSink(raw));
+            EXPECT_EQ(factorySinks().count(raw), 0u);
         }
     });
     for (int i = 0; i < 50; ++i)

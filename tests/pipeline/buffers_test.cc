@@ -38,7 +38,7 @@ TEST_F(BuffersTest, ContainersResizeAndReportPlatformFailures) {
     hw.unlock();
     hw.unlock();  // the failed unlock left the lock held
     EXPECT_EQ(hw.reinit(128), 0);
-    EXPECT_EQ(hb::liveBuffers(), liveBefore + 1);  // the old one was released
+    EXPECT_EQ(liveBuffers(), liveBefore + 1);  // the old one was released
     std::string logged;                            // priority, tag, text
     for (const auto& r : log.records())
         logged += std::to_string(r.priority) + "|" + r.tag + "|" + r.text + "\n";

@@ -20,6 +20,9 @@ size_t lockCalls();
 size_t allocateCalls();
 void resetCounters();
 
+// Locking a buffer that is locked already fails with -EBUSY, as it does on
+// the device; nothing else need be injected for that.
+//
 // The next `n` calls of the named operation fail: allocate returns `status`
 // (default -ENOMEM), lock returns -EINVAL, unlock returns -EINVAL. A failing
 // unlock leaves the lock held, as a driver failure would.

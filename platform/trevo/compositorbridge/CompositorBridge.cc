@@ -29,11 +29,6 @@ int CompositorBridge::registerHotPlugHandler(HotPlugHandler& handler) {
     return 0;
 }
 
-int CompositorBridge::unregisterHotPlugHandler(HotPlugHandler& handler) {
-    HostCore::instance().unregisterHandler(&handler);
-    return 0;
-}
-
 int CompositorBridge::registerProjector(unsigned int projector) {
     HostCore::instance().recordCall("registerProjector(" + std::to_string(projector) + ")");
     return 0;

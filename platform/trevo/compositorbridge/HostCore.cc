@@ -46,7 +46,6 @@ void HostCore::bridgeDestroyed(uint64_t token) {
     if (handler_ != nullptr && handlerToken_ == token) {
         trevo::HotPlugHandler* old = handler_;
         handler_ = nullptr;
-        calls_.push_back("unregisterHotPlugHandler");
         changed_.notify_all();
         waitIdle(guard, old);
     }
@@ -61,18 +60,6 @@ void HostCore::registerHandler(trevo::HotPlugHandler* handler, uint64_t token) {
     changed_.notify_all();
     if (old != nullptr && old != handler)
         waitIdle(guard, old);
-}
-
-void HostCore::unregisterHandler(trevo::HotPlugHandler* handler) {
-    std::unique_lock<std::mutex> guard(mutex_);
-    if (handler_ == handler) {
-        handler_ = nullptr;
-        handlerToken_ = 0;
-        calls_.push_back("unregisterHotPlugHandler");
-        changed_.notify_all();
-    }
-    // A replaced handler may still be running on a lane; wait for it too.
-    waitIdle(guard, handler);
 }
 
 void HostCore::waitIdle(std::unique_lock<std::mutex>& guard, trevo::HotPlugHandler* handler) {

@@ -36,7 +36,6 @@ public:
     uint64_t bridgeCreated();
     void bridgeDestroyed(uint64_t token);
     void registerHandler(trevo::HotPlugHandler* handler, uint64_t token);
-    void unregisterHandler(trevo::HotPlugHandler* handler);
     void recordCall(std::string call);
     void recordAppMessage(std::string text);
     trevo::HalUvcConfig configuration(uint8_t id, uint8_t idx, bool record);

@@ -1,13 +1,9 @@
 #include "trevo/HotPlugHandler.h"
 
-#include "HostCore.h"
-
 namespace trevo {
 
-// Last line of defence: never call a handler whose storage is gone. Derived
-// classes unregister earlier, while their own members still exist.
-HotPlugHandler::~HotPlugHandler() {
-    trevo_standin::HostCore::instance().unregisterHandler(this);
-}
+// As plain as the device's: a handler that is still registered when it is
+// destroyed is called all the same (see the lifetime rule in the header).
+HotPlugHandler::~HotPlugHandler() = default;
 
 }  // namespace trevo

@@ -20,11 +20,12 @@ int ConversionFactory::convert(GBuffer* frame, int format) {
     return -2;
 }
 
+// The plainest delivery: every sink in turn, the mutex held throughout, so a
+// sink that takes long holds up every other frame of every stream.
 void ConversionFactory::onFrameConverted(GBuffer* frame) {
-    // Delivering under the mutex is what lets unregisterFrameSink() promise
-    // that a removed sink is not called any more; shared, because a sink that
-    // takes long (a slow host) must not hold up other streams' deliveries.
-    std::shared_lock<std::shared_mutex> guard(sinksMutex);
+    if (!convfact_standin::deliverNow(&pluginManager, this, frame))
+        return;
+    std::lock_guard<std::mutex> guard(sinksMutex);
     for (FrameReceiver* sink : sinks) {
         sink->preProcessBuffer(frame);
         sink->processBuffer(frame);

@@ -5,7 +5,11 @@
 namespace trevo {
 
 PluginManager::PluginManager() = default;
-PluginManager::~PluginManager() = default;
+// The factory destroys its plug-in manager first, so its other members are
+// still there for the frames its delivery thread has yet to hand out.
+PluginManager::~PluginManager() {
+    convfact_standin::endDeliveries(this);
+}
 
 // The device loads shared objects from its plug-in folder; the stand-in loads
 // only what a test has added.

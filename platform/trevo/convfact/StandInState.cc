@@ -1,7 +1,11 @@
 #include "StandInState.h"
 
 #include <atomic>
+#include <memory>
 #include <mutex>
+#include <vector>
+
+#include "DeliveryThread.h"
 
 namespace convfact_standin {
 
@@ -15,6 +19,12 @@ std::map<std::string, PluginMaker>& makers() {
 int gFailConversions = 0;
 std::atomic<size_t> gConvertCalls{0};
 std::atomic<size_t> gDelivered{0};
+std::atomic<Delivery> gDelivery{Delivery::OnCallingThread};
+// Delivery threads by factory (keyed by its plug-in manager); guarded by gMutex.
+std::map<const void*, std::shared_ptr<DeliveryThread>>& deliveryThreads() {
+    static auto* threads = new std::map<const void*, std::shared_ptr<DeliveryThread>>;
+    return *threads;
+}
 
 }  // namespace
 
@@ -58,6 +68,57 @@ size_t deliveredFrames() {
 void resetCounters() {
     gConvertCalls = 0;
     gDelivered = 0;
+}
+
+void setDelivery(Delivery mode) {
+    gDelivery = mode;
+}
+
+Delivery delivery() {
+    return gDelivery.load();
+}
+
+bool deliverNow(const void* key, trevo::ConverterCbInterface* factory, trevo::GBuffer* frame) {
+    if (gDelivery.load() == Delivery::OnCallingThread || DeliveryThread::onDeliveryThread())
+        return true;
+    std::shared_ptr<DeliveryThread> thread;
+    {
+        std::lock_guard<std::mutex> guard(gMutex);
+        std::shared_ptr<DeliveryThread>& slot = deliveryThreads()[key];
+        if (!slot)
+            slot = std::make_shared<DeliveryThread>(factory);
+        thread = slot;
+    }
+    thread->queue(*frame);
+    return false;
+}
+
+void endDeliveries(const void* key) {
+    std::shared_ptr<DeliveryThread> thread;
+    {
+        std::lock_guard<std::mutex> guard(gMutex);
+        auto it = deliveryThreads().find(key);
+        if (it == deliveryThreads().end())
+            return;
+        thread = std::move(it->second);
+        deliveryThreads().erase(it);
+    }
+    thread.reset();  // delivers what is queued and joins, outside gMutex
+}
+
+void waitForDeliveries() {
+    std::vector<std::shared_ptr<DeliveryThread>> threads;
+    {
+        std::lock_guard<std::mutex> guard(gMutex);
+        for (auto& entry : deliveryThreads())
+            threads.push_back(entry.second);
+    }
+    for (auto& thread : threads)
+        thread->waitIdle();
+}
+
+size_t libraryBuffers() {
+    return DeliveryThread::liveOutputs();
 }
 
 void failConversions(int n) {

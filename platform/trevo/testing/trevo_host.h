@@ -13,7 +13,9 @@
 // Shutdown: reset() and process exit discard undelivered events (their
 // tickets never count as delivered), wait for running deliveries and join the
 // lanes; a later hotplug()/setting() starts lanes afresh. A handler that was
-// unregistered or destroyed is never called afterwards (see HotPlugHandler).
+// replaced, or whose registering bridge object was destroyed, is never called
+// afterwards; destroying a handler that is still registered stops nothing
+// (see HotPlugHandler).
 
 #include <chrono>
 #include <cstdint>
@@ -58,7 +60,7 @@ public:
     size_t droppedEvents() const;
 
     // Calls made through the bridge, in order: "registerHotPlugHandler",
-    // "unregisterHotPlugHandler", "registerProjector(<n>)",
+    // "registerProjector(<n>)",
     // "getConfiguration(<id>:<idx>)", "onAppMessage". Frames are not listed
     // here (see frames()).
     std::vector<std::string> calls() const;

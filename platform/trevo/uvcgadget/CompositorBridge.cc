@@ -29,11 +29,6 @@ int CompositorBridge::registerHotPlugHandler(HotPlugHandler& handler) {
     return 0;
 }
 
-int CompositorBridge::unregisterHotPlugHandler(HotPlugHandler& handler) {
-    GadgetCore::instance().unregisterHandler(&handler);
-    return 0;
-}
-
 int CompositorBridge::registerProjector(unsigned int projector) {
     return GadgetCore::instance().registerProjector(projector);
 }
