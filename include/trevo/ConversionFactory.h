@@ -53,7 +53,7 @@ public:
         converters[std::make_pair(kFormatYuv420Flexible, kFormatYuy2)] = yuvConverter.get();
         pluginManager.loadPlugins(this);
         // std::map orders by name, so a later plug-in wins a contested pair.
-        for (const auto& entry : pluginManager.plugins()) {
+        for (const auto& entry : pluginManager.plugins) {
             ConverterInterface* converter = entry.second ? entry.second->converter : nullptr;
             if (converter == nullptr)
                 continue;

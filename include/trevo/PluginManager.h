@@ -12,6 +12,11 @@
 namespace trevo {
 
 // Loads converter plug-ins and keeps them for the life of the factory.
+//
+// The factory's inline constructor reads `plugins` directly: this program
+// may use only what the device's library defines, which is the constructor,
+// the destructor and loadPlugins(). The members are the device's, in its
+// order.
 class TREVO_EXPORT PluginManager {
 public:
     struct PluginState {
@@ -29,12 +34,9 @@ public:
     // Loads every available plug-in, giving each `callback`. Returns the
     // number loaded.
     int loadPlugins(ConverterCbInterface* callback);
-    // The loaded plug-ins by name.
-    PluginMap plugins() const;
 
-private:
-    PluginMap plugins_;
-    mutable std::mutex mutex_;
+    PluginMap plugins;  // by name
+    std::mutex mutex;   // guards `plugins` while loading
 };
 
 }  // namespace trevo

@@ -39,8 +39,8 @@ UVC_PRIVATE_MEMBER(RawQueue_deque2, Queue, filled_, std::deque<GBuffer*>);
 UVC_PRIVATE_MEMBER(RawQueue_count, Queue, count_, int);
 UVC_PRIVATE_MEMBER(RawQueue_buffers, Queue, buffers_, std::vector<GBuffer>);
 UVC_PRIVATE_MEMBER(RawQueue_mutex3, Queue, buffersMutex_, std::mutex);
-UVC_PRIVATE_MEMBER(Plugins_plugins, Plugins, plugins_, Plugins::PluginMap);
-UVC_PRIVATE_MEMBER(Plugins_mutex, Plugins, mutex_, std::mutex);
+UVC_PRIVATE_MEMBER(Plugins_plugins, Plugins, plugins, Plugins::PluginMap);
+UVC_PRIVATE_MEMBER(Plugins_mutex, Plugins, mutex, std::mutex);
 UVC_PRIVATE_MEMBER(Factory_sinks, Factory, sinks, std::set<trevo::FrameReceiver*>);
 UVC_PRIVATE_MEMBER(Factory_rawQueue, Factory, rawQueue, std::shared_ptr<Queue>);
 UVC_PRIVATE_MEMBER(Factory_yuvConverter, Factory, yuvConverter,

@@ -24,16 +24,11 @@ int PluginManager::loadPlugins(ConverterCbInterface* callback) {
         state->converter = converter.get();
         state->owner = std::move(converter);
         state->name = entry.first;
-        std::lock_guard<std::mutex> guard(mutex_);
-        plugins_[entry.first] = std::move(state);
+        std::lock_guard<std::mutex> guard(mutex);
+        plugins[entry.first] = std::move(state);
         ++loaded;
     }
     return loaded;
-}
-
-PluginManager::PluginMap PluginManager::plugins() const {
-    std::lock_guard<std::mutex> guard(mutex_);
-    return plugins_;
 }
 
 }  // namespace trevo
