@@ -62,9 +62,12 @@ protected:
     }
 
     // Sends one frame once the conversion thread gave a hardware buffer back
-    // and is idle (a hand-over during a conversion drops its frame).
+    // and is idle (a hand-over during a conversion drops its frame), and the
+    // library has delivered the frames before (a later delivery needs a free
+    // buffer to copy into).
     static unsigned sendOne(Buffers& pool, const std::unique_ptr<BufferMgmt>& mgmt, uint32_t length,
                             uint8_t fill) {
+        convfact_standin::waitForDeliveries();
         for (int i = 0; i < 2000 && !idle(*mgmt); ++i)
             std::this_thread::sleep_for(std::chrono::milliseconds(1));
         queueFrame(pool, length, fill);
