@@ -5,6 +5,7 @@
 #include <android/log.h>
 
 #include <algorithm>
+#include <cmath>
 #include <cstdio>
 #include <utility>
 #include <vector>
@@ -36,6 +37,13 @@ struct Pace {
     double frames = 0, seconds = 0;
     double slowedFrames = 0, slowedSeconds = 0;
 
+    void add(const Pace& other) {
+        intervalsMs.insert(intervalsMs.end(), other.intervalsMs.begin(), other.intervalsMs.end());
+        frames += other.frames;
+        seconds += other.seconds;
+        slowedFrames += other.slowedFrames;
+        slowedSeconds += other.slowedSeconds;
+    }
     double fps() const { return seconds > 0 ? frames / seconds : 0; }
     double slowedFps() const { return slowedSeconds > 0 ? slowedFrames / slowedSeconds : 0; }
     double p99Ms() {
@@ -79,29 +87,43 @@ protected:
 
     // Turns of one second each, with and without the slow host, so that the
     // load of the machine (shared, busy) falls on both alike; the watched
-    // streams must keep the rate and interval p99 of the unslowed turns. A
-    // second attempt only when the first found a difference: a coupling
-    // shows in every attempt, the machine's hiccups seldom twice.
+    // streams must keep the rate (within 1 %) and interval p99 (within 2 ms)
+    // of the unslowed turns. The unslowed turns, split in two, also say how
+    // much the machine itself moves these figures from turn to turn: on a
+    // busy machine the bounds widen by that much (a coupling costs a fifth
+    // of the rate and a whole frame period of p99, far beyond). A second
+    // attempt only when the first found a difference: a coupling shows in
+    // every attempt, the machine's hiccups seldom twice.
     void expectIsolated(Key slowed, const std::vector<Key>& watched) {
         android_standin::LogCapture log;
         const auto began = std::chrono::steady_clock::now();
         Pace before, during;
+        double fpsNoise = 0, p99Noise = 0;
+        auto isolated = [&] {
+            return during.fps() >= before.fps() * 0.99 - fpsNoise &&
+                   during.p99Ms() <= before.p99Ms() + 2 + p99Noise;
+        };
         for (int attempt = 0; attempt < (kTimed ? 2 : 1); ++attempt) {
-            before = Pace();
+            Pace halves[2];
             during = Pace();
             std::this_thread::sleep_for(300ms);
             for (int turn = 0; turn < (kTimed ? 4 : 2); ++turn) {
                 host.setHostDelay(slowed.first, slowed.second, 0ms);
                 std::this_thread::sleep_for(150ms);  // frames in flight at the switch
-                measure(host, 1s, slowed, watched, before);
+                measure(host, 1s, slowed, watched, halves[turn % 2]);
                 host.setHostDelay(slowed.first, slowed.second, 40ms);
                 std::this_thread::sleep_for(150ms);
                 measure(host, 1s, slowed, watched, during);
             }
-            std::printf("%zu streams: %.2f -> %.2f fps, p99 %.2f -> %.2f ms; slowed %.2f -> %.2f fps\n",
+            before = halves[0];
+            before.add(halves[1]);
+            fpsNoise = std::abs(halves[0].fps() - halves[1].fps());
+            p99Noise = std::abs(halves[0].p99Ms() - halves[1].p99Ms());
+            std::printf("%zu streams: %.2f -> %.2f fps, p99 %.2f -> %.2f ms (turn to turn: %.2f "
+                        "fps, %.2f ms); slowed %.2f -> %.2f fps\n",
                         watched.size(), before.fps(), during.fps(), before.p99Ms(), during.p99Ms(),
-                        before.slowedFps(), during.slowedFps());
-            if (during.fps() >= before.fps() * 0.99 && during.p99Ms() <= before.p99Ms() + 2)
+                        fpsNoise, p99Noise, before.slowedFps(), during.slowedFps());
+            if (isolated())
                 break;
         }
         host.setHostDelay(slowed.first, slowed.second, 0ms);
@@ -125,8 +147,8 @@ protected:
             return;
         // A host that takes 40 ms cannot take 30 frames a second.
         EXPECT_LT(during.slowedFps(), 26.0);
-        EXPECT_GE(during.fps(), before.fps() * 0.99);
-        EXPECT_LE(during.p99Ms(), before.p99Ms() + 2.0);
+        EXPECT_GE(during.fps(), before.fps() * 0.99 - fpsNoise);
+        EXPECT_LE(during.p99Ms(), before.p99Ms() + 2.0 + p99Noise);
     }
 };
 

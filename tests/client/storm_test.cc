@@ -18,6 +18,7 @@
 #include "client/StreamHandler.h"
 #include "client_harness.h"
 #include "hidl_uvc_client.h"
+#include "pace_yardstick.h"
 
 namespace client_test {
 namespace {
@@ -51,21 +52,6 @@ std::string makeFrameFiles() {
         std::ofstream(dir + "/frame1") << "frame one";
     }
     return root;
-}
-
-// Frames per second of one stream over the frames received, from their times.
-double measuredRate(const std::vector<trevo_standin::ReceivedFrame>& frames, uint8_t id,
-                    uint8_t idx) {
-    std::vector<uint64_t> times;
-    for (const auto& f : frames) {
-        if (f.streamId == id && f.streamIdx == idx) {
-            times.push_back(f.monotonicNs);
-        }
-    }
-    if (times.size() < 2) {
-        return 0;
-    }
-    return (times.size() - 1) * 1e9 / (times.back() - times.front());
 }
 
 class StormTest : public HostTest {
@@ -158,13 +144,23 @@ TEST_F(StormTest, RandomChangesFromSeveralThreadsLeaveEveryStreamWhole) {
     for (uint8_t s = 0; s < 8; ++s) {
         ASSERT_TRUE(host.waitForFrames(s / 4, s % 4, 2, 5s)) << "stream " << s / 4 << ":" << s % 4;
     }
-    host.clearFrames();
-    std::this_thread::sleep_for(2s);
-    const auto frames = host.frames();
-    for (uint8_t s = 0; s < 8; ++s) {
-        EXPECT_NEAR(rate(s), measuredRate(frames, s / 4, s % 4), rate(s) * 0.25)
-            << "stream " << s / 4 << ":" << s % 4;
+    {
+        host.clearFrames();
+        const BareTimerLoop bare[3] = {BareTimerLoop(15), BareTimerLoop(30), BareTimerLoop(45)};
+        const auto start = std::chrono::steady_clock::now();
+        std::this_thread::sleep_for(2s);
+        const double seconds =
+            std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+        for (uint8_t s = 0; s < 8; ++s) {
+            SCOPED_TRACE("stream " + std::to_string(s / 4) + ":" + std::to_string(s % 4));
+            StreamPace pace;
+            pace.frames = host.frameCount(s / 4, s % 4);
+            pace.bare = bare[s % 3].wakeups();
+            pace.allowed = rate(s) * seconds;
+            expectKeepsPace(pace);
+        }
     }
+    const auto frames = host.frames();
     for (const auto& f : frames) {
         ASSERT_EQ(64u * 2 * 32, f.size);
     }

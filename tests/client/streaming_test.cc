@@ -13,6 +13,7 @@
 #include "hardware_buffer_testing.h"
 #include "client_harness.h"
 #include "hidl_uvc_client.h"
+#include "pace_yardstick.h"
 
 namespace client_test {
 namespace {
@@ -39,13 +40,15 @@ TEST_F(StreamingTest, RawFramesCarryTheRowPatternAtTheFrameRateUntilStopped) {
         EXPECT_EQ(3686400u, f.width);  // the blob buffer's byte width
         EXPECT_TRUE(f.bytes.empty() || hasRowPattern(f.bytes, 2560));
     }
-    // Consecutive frames continue the row counter: 720 rows later.
+    // The next frame continues the row counter 720 rows later, or a few
+    // times that when a busy machine made the stream drop frames between.
     ASSERT_FALSE(first[1].bytes.empty());
-    EXPECT_EQ(static_cast<uint8_t>(first[0].bytes[0] + 720), first[1].bytes[0]);
-    host.clearFrames();
-    ASSERT_TRUE(host.waitForFrames(0, 0, 31, 5s));
-    auto timed = host.frames();
-    EXPECT_NEAR(1.0, (timed[30].monotonicNs - timed[0].monotonicNs) / 1e9, 0.3);
+    const uint8_t step = static_cast<uint8_t>(first[1].bytes[0] - first[0].bytes[0]);
+    bool continued = false;
+    for (int frames = 1; frames <= 4; ++frames)
+        continued = continued || step == static_cast<uint8_t>(720 * frames);
+    EXPECT_TRUE(continued) << "row counter moved by " << int(step);
+    expectKeepsPace(measurePace(host, 0, 0, 30));
 
     h.change(0, 0, streamConfig(1280, 720, 30, DemoBuffer::kFormatYUYV, 0));
     std::this_thread::sleep_for(100ms);
@@ -104,16 +107,6 @@ TEST_F(StreamingTest, H264FromFilesInOrderAndJpegWithFileModeOff) {
     tjDestroy(d);
 }
 
-// Seconds between the first and the last of the next n frames of 0:0.
-double secondsForFrames(trevo_standin::Host& host, size_t n) {
-    host.clearFrames();
-    if (!host.waitForFrames(0, 0, n, 10s)) {
-        return -1;
-    }
-    auto f = host.frames();
-    return (f[n - 1].monotonicNs - f[0].monotonicNs) / 1e9;
-}
-
 TEST_F(StreamingTest, HardwareBuffersThatFailedAreMadeAgainAndTheStreamRunsAtItsRate) {
     namespace hb = hardware_buffer_standin;
     ClientHarness h;
@@ -129,7 +122,7 @@ TEST_F(StreamingTest, HardwareBuffersThatFailedAreMadeAgainAndTheStreamRunsAtIts
     EXPECT_EQ(3, missing());
     h.change(0, 0, streamConfig(64, 48, 30, DemoBuffer::kFormatYUYV, 1));
     EXPECT_EQ(0, missing());
-    EXPECT_NEAR(1.0, secondsForFrames(host, 31), 0.3);
+    expectKeepsPace(measurePace(host, 0, 0, 30));
 
     // One of three: the two that exist carry every frame (no frame meets an
     // empty buffer), and the third is made without a stream change.
@@ -137,7 +130,7 @@ TEST_F(StreamingTest, HardwareBuffersThatFailedAreMadeAgainAndTheStreamRunsAtIts
     hb::failAllocations(1);
     h.change(0, 0, streamConfig(64, 48, 60, DemoBuffer::kFormatYUYV, 1));
     EXPECT_EQ(1, missing());
-    EXPECT_NEAR(1.0, secondsForFrames(host, 61), 0.3);
+    expectKeepsPace(measurePace(host, 0, 0, 60));
     EXPECT_EQ(0, missing());
     const std::string out = testing::internal::GetCapturedStdout();
     EXPECT_EQ(std::string::npos, out.find("does not fit the hardware buffer")) << out;
@@ -178,16 +171,12 @@ TEST_F(StreamingTest, AFifoAmongTheFrameFilesSlowsNoOtherStream) {
         h.change(0, 0, streamConfig(160, 120, 30, DemoBuffer::kFormatH264, 1));
         h.change(0, 1, streamConfig(64, 48, 30, DemoBuffer::kFormatYUYV, 1));
         ASSERT_TRUE(host.waitForFrames(0, 1, 3, 5s));
-        host.clearFrames();
-        ASSERT_TRUE(host.waitForFrames(0, 1, 31, 5s));
-        std::vector<uint64_t> times;
+        expectKeepsPace(measurePace(host, 0, 1, 30));
         for (const auto& f : host.frames()) {
-            if (f.streamIdx == 1)
-                times.push_back(f.monotonicNs);
-            else
+            if (f.streamIdx == 0) {
                 EXPECT_EQ(0u, f.size);  // the FIFO's stream sends empty frames
+            }
         }
-        EXPECT_NEAR(1.0, (times[30] - times[0]) / 1e9, 0.3);
     }
     hidl_uvc_client::setFrameFilesRoot("/data/h264_frames");
     EXPECT_EQ(0, std::system(("rm -rf " + root).c_str()));
