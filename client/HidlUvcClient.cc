@@ -2,6 +2,7 @@
 
 #include <android/log.h>
 
+#include <chrono>
 #include <cstdio>
 #include <exception>
 #include <iostream>
@@ -45,7 +46,7 @@ HidlUvcClient::HidlUvcClient() : bridge(trevo::BridgeContext(1)) {
     std::lock_guard<std::mutex> guard(streamsLock);
     const std::string key = streamKey(0, 0);
     if (streams.find(key) == streams.end()) {
-        streams.emplace(key, std::make_unique<StreamHandler>(bridge, 0, 0, &admission));
+        streams.emplace(key, std::make_unique<StreamHandler>(bridge, 0, 0));
     }
 }
 
@@ -90,11 +91,18 @@ void HidlUvcClient::HandleStreamChanged(uint8_t stream_id, uint8_t stream_idx) {
     const std::string key = streamKey(stream_id, stream_idx);
     auto it = streams.find(key);
     if (it == streams.end()) {
-        // Every stream number gets its handler; what it may hold is bounded
-        // by `admission` when it is first configured.
-        it = streams
-                 .emplace(key, std::make_unique<StreamHandler>(bridge, stream_id, stream_idx,
-                                                               &admission))
+        if (!admission.admit(stream_id, stream_idx)) {
+            if (admission.shouldLogRefusal(std::chrono::steady_clock::now())) {
+                __android_log_print(ANDROID_LOG_WARN, kTag,
+                                    "Stream [%u] [%u]: ignored, %d stream numbers besides 0:0 to "
+                                    "1:3 already have a handler (%lu stream changes ignored so "
+                                    "far)\n",
+                                    stream_id, stream_idx, StreamAdmission::kMaxOtherStreams,
+                                    admission.refusedCount());
+            }
+            return;
+        }
+        it = streams.emplace(key, std::make_unique<StreamHandler>(bridge, stream_id, stream_idx))
                  .first;
     }
     it->second->HandleStreamChanged();

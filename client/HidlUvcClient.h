@@ -16,7 +16,8 @@
 namespace hidl_uvc_client {
 
 // The bridge's callback object: keeps one stream handler per UVC stream and
-// passes camera-control messages to the camera message handler.
+// per admitted other stream number (StreamAdmission), and passes
+// camera-control messages to the camera message handler.
 class HidlUvcClient : public trevo::HotPlugHandler {
 public:
     HidlUvcClient();
@@ -30,6 +31,10 @@ public:
     void hotplug(trevo::ConnectionStatus status, uint8_t stream_id, uint8_t stream_idx) override;
     void setting(std::string message, uint8_t stream_id, uint8_t stream_idx) override;
 
+    // Passes a stream change to the stream's handler, made first if the
+    // stream has none and StreamAdmission admits it. Otherwise the change is
+    // ignored, with a warning at most once a second naming the stream and
+    // the count of changes ignored so far.
     void HandleStreamChanged(uint8_t stream_id, uint8_t stream_idx);
 
     // "<stream_id>:<stream_idx>", both decimal.
@@ -48,8 +53,8 @@ private:
     // setting() on several threads, so messages are handled one at a time.
     // Never held together with another lock of the client.
     std::mutex settingLock;
-    // Which handlers may hold descriptors (see StreamAdmission); declared
-    // before `streams`, whose handlers point to it.
+    // Which stream numbers get a handler (see StreamAdmission); guarded by
+    // streamsLock.
     StreamAdmission admission;
     std::map<std::string, std::unique_ptr<StreamHandler>> streams;
 };

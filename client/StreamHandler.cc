@@ -5,7 +5,6 @@
 #include <cstdio>
 #include <utility>
 
-#include "client/StreamAdmission.h"
 #include "client/timer.h"
 #include "pipeline/StreamBuffer.h"
 
@@ -28,14 +27,14 @@ bool sameSetup(const trevo::HalUvcConfig& a, const trevo::HalUvcConfig& b) {
 
 }  // namespace
 
-StreamHandler::StreamHandler(const trevo::CompositorBridge& b, uint8_t id, uint8_t idx,
-                             StreamAdmission* a)
-    : bridge(b), stream_id(id), stream_idx(idx), admission(a) {
+StreamHandler::StreamHandler(const trevo::CompositorBridge& b, uint8_t id, uint8_t idx)
+    : bridge(b), stream_id(id), stream_idx(idx) {
     __android_log_print(ANDROID_LOG_INFO, kTag, "Stream client starting: [%u] [%u]\n", stream_id,
                         stream_idx);
     autoUpdateHandler = [this] { AutoUpdateTimeoutHandler(); };
     fillDataTest = std::make_unique<FillDataTest>();
     streamBuffer = std::make_unique<uvc_client::StreamBuffer>(this, stream_id, stream_idx);
+    wakeTimer = std::make_unique<util::hidl_uvc_client::timer>(autoUpdateHandler);
     __android_log_print(ANDROID_LOG_INFO, kTag, "Stream client started: [%u] [%u]\n", stream_id,
                         stream_idx);
 }
@@ -59,23 +58,7 @@ void StreamHandler::stopAll() {
     if (bufferMgmt) {
         bufferMgmt->stopStream();
     }
-    if (wakeTimer) {
-        wakeTimer->set_interval(true, 0.0f);
-    }
-}
-
-bool StreamHandler::admitted() {
-    if (!isAdmitted) {
-        isAdmitted = admission == nullptr || admission->admit(stream_id, stream_idx);
-    }
-    if (!isAdmitted && !refusalLogged) {
-        refusalLogged = true;
-        __android_log_print(ANDROID_LOG_WARN, kTag,
-                            "Stream [%u] [%u]: refused, %d streams besides 0:0 to 1:3 already "
-                            "hold resources\n",
-                            stream_id, stream_idx, StreamAdmission::kMaxOtherStreams);
-    }
-    return isAdmitted;
+    wakeTimer->set_interval(true, 0.0f);
 }
 
 bool StreamHandler::ensureTimers() {
@@ -84,8 +67,7 @@ bool StreamHandler::ensureTimers() {
     if (!streamBuffer->ensureTimer()) {
         return false;
     }
-    if (!wakeTimer || !wakeTimer->registered()) {
-        wakeTimer.reset();
+    if (!wakeTimer->registered()) {
         wakeTimer = std::make_unique<util::hidl_uvc_client::timer>(autoUpdateHandler);
     }
     return wakeTimer->registered();
@@ -111,9 +93,6 @@ void StreamHandler::HandleConfigChange() {
             if (buffers) {
                 buffers->cleanup();
             }
-            return;
-        }
-        if (!admitted()) {
             return;
         }
         const auto size = static_cast<unsigned>(bytes);
@@ -146,8 +125,8 @@ void StreamHandler::HandleConfigChange() {
                                 "Stream [%u] [%u]: frame rate %d cannot be streamed, not started\n",
                                 stream_id, stream_idx, config.fps);
         } else if (!ensureTimers()) {
-            // Out of descriptors (the timer said why); the next stream
-            // change tries again.
+            // Out of descriptors now and when the handler was made (the
+            // timer said why); the next stream change tries again.
             __android_log_print(ANDROID_LOG_WARN, kTag,
                                 "Stream [%u] [%u]: no timer descriptor, not started\n", stream_id,
                                 stream_idx);

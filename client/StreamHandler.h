@@ -27,23 +27,24 @@ class timer;
 
 namespace hidl_uvc_client {
 
-class StreamAdmission;
-
 // One UVC stream: follows the stream's configuration, owns its buffers and
 // starts or stops its frame source, buffer management and hand-over timer.
-// It holds nothing but its configuration until a stream change gives it a
-// usable setup and `admission` admits it; its two timers (descriptors) are
-// made when the stream first starts and kept until the handler is destroyed.
+// Its two timers (frame source and hand-over) are made by the constructor,
+// registered with the event loop and unarmed; buffers follow the first
+// stream change with a usable setup. Stream changes run on bridge threads,
+// the timer callbacks on the loop thread; `lock` serialises the two.
+// Which stream numbers get a handler at all is the client's bound
+// (StreamAdmission).
 class StreamHandler {
 public:
     // Highest frame rate streamed (high-speed UVC modes go up to 240 fps); a
     // higher one is refused like a rate of 0.
     static constexpr int32_t kMaxFrameRate = 240;
 
-    // `admission` null admits the stream without asking (handlers made
-    // outside a client).
-    StreamHandler(const trevo::CompositorBridge& bridge, uint8_t stream_id, uint8_t stream_idx,
-                  StreamAdmission* admission = nullptr);
+    // Logs its two lines and makes both timers; a timer whose descriptor
+    // cannot be made or registered is logged by the timer and made again
+    // when the stream is next started.
+    StreamHandler(const trevo::CompositorBridge& bridge, uint8_t stream_id, uint8_t stream_idx);
     // Stops whatever still runs (frame source, conversion thread, timer).
     virtual ~StreamHandler();
 
@@ -79,18 +80,13 @@ public:
 private:
     void stopAll();
     void handOver();
-    // Asks `admission` until admitted; logs the first refusal only.
-    bool admitted();
-    // Makes the timers that are missing or could not be registered before;
-    // false when one still has no registered descriptor.
+    // Makes again the timers whose descriptors could not be made or
+    // registered before; false when one still has no registered descriptor.
     bool ensureTimers();
 
     trevo::CompositorBridge bridge;
     uint8_t stream_id;
     uint8_t stream_idx;
-    StreamAdmission* admission;  // not owned; null: always admitted
-    bool isAdmitted = false;     // guarded by `lock`, like refusalLogged
-    bool refusalLogged = false;
     std::mutex lock;
     trevo::HalUvcConfig config;
     trevo::HalUvcConfig appliedConfig;
@@ -98,8 +94,8 @@ private:
     std::unique_ptr<BufferMgmt> bufferMgmt;
     std::unique_ptr<FillDataTest> fillDataTest;
     std::unique_ptr<uvc_client::StreamBuffer> streamBuffer;
-    std::unique_ptr<util::hidl_uvc_client::timer> wakeTimer;  // null until first started
     std::function<void()> autoUpdateHandler;
+    std::unique_ptr<util::hidl_uvc_client::timer> wakeTimer;  // never null
     // Last attempt to make missing hardware buffers; guarded by `lock`.
     std::chrono::steady_clock::time_point lastRepair;
     // Mirrors config.streaming for the lock-free look of the timer callback.

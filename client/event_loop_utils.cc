@@ -19,6 +19,8 @@ const char kTag[] = "event_loop_utils";
 std::atomic<int> epoll_fd{-1};
 // Written by registering threads, read by the loop thread.
 std::atomic<int> registered_count{0};
+// Returns of epoll_wait, for event_loop_utils::wakeUps(); wraps around.
+std::atomic<unsigned> wake_ups{0};
 
 // Clean ending for tools and tests. Nothing exists until stop() asks for it:
 // then an eventfd is registered like any other descriptor (and counted), so
@@ -81,12 +83,13 @@ enum class WaitResult { kContinue, kFailed };
 
 // One wait and its dispatch. The event array is a stack block of this call,
 // released when it returns, with room for every registered descriptor. The
-// library registers two timers per stream that holds descriptors, and those
-// streams are bounded (StreamAdmission), so the block stays small.
+// library registers two timers per stream handler, and those handlers are
+// bounded (StreamAdmission), so the block stays small.
 WaitResult wait_once(int n, int timeout) {
     epoll_event* events =
         n > 0 ? static_cast<epoll_event*>(alloca(sizeof(epoll_event) * n)) : nullptr;
     const int ready = epoll_wait(epoll_fd.load(), events, n, timeout);
+    wake_ups.fetch_add(1, std::memory_order_relaxed);
     if (ready == -1) {
         const int e = errno;
         if (e == EINTR || n == 0) {
@@ -193,6 +196,10 @@ int registeredCount() {
 
 int epollDescriptor() {
     return epoll_fd.load();
+}
+
+unsigned wakeUps() {
+    return wake_ups.load(std::memory_order_relaxed);
 }
 
 }  // namespace event_loop_utils

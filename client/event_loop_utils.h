@@ -61,4 +61,9 @@ int registeredCount();
 // The epoll instance of the last event_loop_init, -1 before (for inspection).
 int epollDescriptor();
 
+// Number of times a wait of the loop has returned since the process started:
+// with events, at a time-out, or failed (a failed wait retried after 33 ms
+// counts too). Lets tests check that an idle library does not wake.
+unsigned wakeUps();
+
 }  // namespace event_loop_utils

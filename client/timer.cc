@@ -69,8 +69,8 @@ int timer::intervalNs(float interval_s) {
     // Single precision on purpose: 1/30 s gives 33,333,336 here, 33,333,337 below.
     const float ns = interval_s * 1000000000.0f;
     // Below 1 ns the count truncates to 0, which timerfd reads as "no
-    // repetition": a single expiry instead of a period.
-    if (ns < 1.0f || ns >= 2147483647.0f) {
+    // repetition": the timer then expires once, initial_delay_ms after arming.
+    if (ns >= 2147483647.0f) {
         return -1;
     }
     int period = static_cast<int>(ns);

@@ -27,14 +27,15 @@ public:
     int initialize_wakealarm();
 
     // disarm false: first expiry after initial_delay_ms, then every
-    // interval_s seconds; an interval that intervalNs refuses is logged and
-    // leaves the previous setting. disarm true: stops it.
+    // interval_s seconds; an interval under 1 ns (0 included) arms that one
+    // expiry and no repetition. An interval that intervalNs refuses is logged
+    // and leaves the previous setting. disarm true: stops it.
     void set_interval(bool disarm, float interval_s);
 
     // Repeat interval in nanoseconds that set_interval uses for `interval_s`:
-    // truncated in single precision, plus 1 when not a multiple of 10.
-    // -1 when the value is not finite, gives less than 1 ns (a period of 0
-    // would arm a single expiry) or does not fit 32 bits.
+    // truncated in single precision, plus 1 when not a multiple of 10; 0
+    // (no repetition) for anything under 1 ns. -1 when the value is not
+    // finite, negative or does not fit 32 bits.
     static int intervalNs(float interval_s);
 
     // True once the descriptor is registered with the event loop.

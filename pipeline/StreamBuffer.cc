@@ -12,16 +12,17 @@ namespace uvc_client {
 
 StreamBuffer::StreamBuffer(hidl_uvc_client::StreamHandler* owner, unsigned char id,
                            unsigned char idx)
-    : handler(owner), stream_id(id), stream_idx(idx) {
-    onTimeout = [this] { LoadFrameTimeoutHandler(); };
-}
+    : handler(owner),
+      stream_id(id),
+      stream_idx(idx),
+      onTimeout([this] { LoadFrameTimeoutHandler(); }),
+      timer(std::make_unique<util::hidl_uvc_client::timer>(onTimeout)) {}
 
 StreamBuffer::~StreamBuffer() = default;
 
 bool StreamBuffer::ensureTimer() {
-    if (!timer || !timer->registered()) {
+    if (!timer->registered()) {
         // Not registered, so the loop cannot be dispatching it.
-        timer.reset();
         timer = std::make_unique<util::hidl_uvc_client::timer>(onTimeout);
     }
     return timer->registered();
@@ -29,15 +30,10 @@ bool StreamBuffer::ensureTimer() {
 
 void StreamBuffer::startStream(double period) {
     demo.rearmFileWarning();
-    if (timer) {
-        timer->set_interval(false, static_cast<float>(period));
-    }
+    timer->set_interval(false, static_cast<float>(period));
 }
 
 void StreamBuffer::stopStream() {
-    if (!timer) {
-        return;
-    }
     if (timer->wakealarm_fd <= 0) {
         __android_log_print(ANDROID_LOG_INFO, nullptr, "no wake alarm fd\n");
         return;

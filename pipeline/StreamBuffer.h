@@ -16,8 +16,12 @@ namespace uvc_client {
 // The frame source of a stream: once per frame period (its own wake alarm,
 // run by the event loop) it takes a free frame buffer from the stream
 // handler, has the frame maker fill it and hands it back for sending.
+// startStream, stopStream and ensureTimer run on the stream-change path under
+// the stream handler's lock; LoadFrameTimeoutHandler on the loop thread.
 class StreamBuffer {
 public:
+    // Makes the wake alarm, registered with the event loop and unarmed; a
+    // descriptor that cannot be made or registered is logged by the timer.
     StreamBuffer(hidl_uvc_client::StreamHandler* handler, unsigned char stream_id,
                  unsigned char stream_idx);
     // The timer's destruction disarms, unregisters and closes its descriptor.
@@ -26,14 +30,14 @@ public:
     StreamBuffer(const StreamBuffer&) = delete;
     StreamBuffer& operator=(const StreamBuffer&) = delete;
 
-    // Makes the wake alarm if there is none or it could not be registered
-    // (no descriptor is held before the stream first starts). True when it
-    // is registered with the event loop.
+    // Makes the wake alarm anew when its descriptor could not be made or
+    // registered before (out of descriptors); such a timer is not in the
+    // loop's set, so it can be replaced while the loop runs. True when the
+    // wake alarm is registered.
     bool ensureTimer();
     // Arms the wake alarm: first frame after 30 ms, then one per `period` s.
     void startStream(double period);
-    // Disarms it (nothing to do before it exists); does not wait for an
-    // expiry already being handled.
+    // Disarms it; does not wait for an expiry already being handled.
     void stopStream();
     // One frame; the timer's callback (loop thread).
     void LoadFrameTimeoutHandler();
@@ -49,8 +53,8 @@ private:
     DemoBuffer demo;
     uint32_t stream_id;
     uint32_t stream_idx;
-    std::unique_ptr<util::hidl_uvc_client::timer> timer;  // null until ensureTimer
     std::function<void()> onTimeout;
+    std::unique_ptr<util::hidl_uvc_client::timer> timer;  // never null
 };
 
 }  // namespace uvc_client

@@ -1,5 +1,6 @@
 #include <fcntl.h>
 #include <sys/resource.h>
+#include <sys/timerfd.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -53,6 +54,25 @@ TEST_F(HostTest, ClientRegistersFollowsStreamChangesAndSerialisesSettings) {
     EXPECT_NE(std::string::npos, out.find("\ncam setting\n"));
     EXPECT_EQ(22u, host.appMessages().size());  // 2 stream changes, 1 reply per "get"
     EXPECT_EQ((std::vector<std::string>{"0:0", "2:5"}), client.streamKeysForTest());
+}
+
+// Started, stream 0:0's handler only, no stream configured: the loop waits
+// on 0:0's two unarmed timers and never wakes. A bare 10 ms timer, read on
+// this thread, measures the window: 20 expiries, at least 200 ms.
+TEST_F(HostTest, AnIdleLibraryDoesNotWake) {
+    ClientHarness h;
+    const unsigned before = event_loop_utils::wakeUps();
+    const int bare = timerfd_create(CLOCK_MONOTONIC, TFD_CLOEXEC);
+    ASSERT_GE(bare, 0);
+    const struct itimerspec every10ms = {{0, 10000000}, {0, 10000000}};
+    ASSERT_EQ(0, timerfd_settime(bare, 0, &every10ms, nullptr));
+    uint64_t expiries = 0;
+    for (uint64_t n; expiries < 20 && read(bare, &n, sizeof(n)) == sizeof(n);) {
+        expiries += n;
+    }
+    close(bare);
+    EXPECT_GE(expiries, 20u);
+    EXPECT_EQ(0u, event_loop_utils::wakeUps() - before);
 }
 
 TEST_F(HostTest, EarlyStreamChangeRacesTheFirstHandler) {
@@ -112,9 +132,12 @@ TEST(InitDeathTest, NoEventLoopMeansNoClient) {
 }
 
 // Under 1,024 descriptors, 2,000 other stream numbers arrive before the UVC
-// streams are set up; 50 of them have a stream to run and come twice.
-// Exit code: 0 when all eight UVC streams deliver and each refused number
-// was refused with one line.
+// streams are set up; 50 of them have a stream to run and come twice. Every
+// handler holds two timer descriptors, so without the bound on handlers the
+// flood would leave none for the UVC streams.
+// Exit code: 0 when all eight UVC streams deliver, only the first eight other
+// numbers got a handler, and the ignored changes were logged at most once a
+// second.
 int floodThenStream() {
     const int devNull = open("/dev/null", O_WRONLY);
     dup2(devNull, STDOUT_FILENO);
@@ -124,6 +147,7 @@ int floodThenStream() {
     }
     auto& host = trevo_standin::Host::instance();
     android_standin::LogCapture log;
+    const auto start = std::chrono::steady_clock::now();
     ClientHarness h;
     std::vector<uint64_t> tickets;
     for (int i = 0; i < 2000 + 50; ++i) {
@@ -150,16 +174,73 @@ int floodThenStream() {
             return 10 + s;
         }
     }
-    size_t refusals = 0;
-    for (const auto& r : log.withTag("StreamHandler")) {
-        refusals += r.text.find(": refused, 8 streams besides 0:0 to 1:3") != std::string::npos;
+    // The eight UVC keys and eight others (which ones depends on how the
+    // lanes interleaved).
+    const auto keys = h.client().streamKeysForTest();
+    if (keys.size() != 16) {
+        return 5;
     }
-    return refusals == 50 - 8 ? 0 : 5;
+    const double seconds =
+        std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+    size_t lines = 0;
+    for (const auto& r : log.withTag("HidlUvcClient")) {
+        lines += r.text.find(": ignored, 8 stream numbers besides 0:0 to 1:3 already have a "
+                             "handler (") != std::string::npos;
+    }
+    return lines >= 1 && lines <= 1 + seconds ? 0 : 6;
 }
 
 TEST(StreamLimitDeathTest, AFloodOfStreamNumbersLeavesTheUvcStreamsTheirDescriptors) {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
     EXPECT_EXIT(_exit(floodThenStream()), testing::ExitedWithCode(0), "");
+}
+
+// Stream 1:0's handler is made while no descriptor is left: its timers have
+// none and its first stream change starts nothing. Once descriptors are free
+// again, the next stream change makes the timers and the stream runs.
+// Exit code: 0 when it does, and the handler said why it did not before.
+int timersMadeAgainAfterExhaustion() {
+    const int devNull = open("/dev/null", O_WRONLY);
+    dup2(devNull, STDOUT_FILENO);
+    const struct rlimit limit = {256, 256};
+    if (setrlimit(RLIMIT_NOFILE, &limit) != 0) {
+        return 2;
+    }
+    auto& host = trevo_standin::Host::instance();
+    android_standin::LogCapture log;
+    ClientHarness h;
+    std::vector<int> fillers;
+    for (int fd; (fd = dup(STDERR_FILENO)) >= 0;) {
+        fillers.push_back(fd);
+    }
+    host.setConfig(1, 0, streamConfig(32, 16, 30, DemoBuffer::kFormatYUYV, 1));
+    if (!host.waitDelivered(host.hotplug(4, 1, 0), 10s)) {
+        return 3;
+    }
+    for (int fd : fillers) {
+        close(fd);
+    }
+    auto said = [&log](const std::string& text) {
+        for (const auto& r : log.records()) {
+            if (r.text == text) {
+                return true;
+            }
+        }
+        return false;
+    };
+    if (!said("Stream [1] [0]: no timer descriptor, not started\n") ||
+        !said("no wake alarm fd\n") || host.frameCount(1, 0) != 0) {
+        return 4;
+    }
+    if (!host.waitDelivered(host.hotplug(4, 1, 0), 10s)) {
+        return 5;
+    }
+    return host.waitForFrames(1, 0, 3, 5s) ? 0 : 6;
+}
+
+TEST(StreamLimitDeathTest, TimersMissingForWantOfDescriptorsAreMadeAtTheNextStart) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    EXPECT_EXIT(_exit(timersMadeAgainAfterExhaustion()), testing::ExitedWithCode(0), "");
 }
 
 }  // namespace

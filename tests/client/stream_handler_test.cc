@@ -27,7 +27,7 @@ class StreamHandlerTest : public HostTest {
 protected:
     void SetUp() override {
         HostTest::SetUp();
-        ASSERT_EQ(0, event_loop_init());
+        ASSERT_EQ(0, loopInit);
     }
     void change(int w, int h, int fps, uint32_t format, int streaming) {
         host.setConfig(0, 0, streamConfig(w, h, fps, format, streaming));
@@ -35,11 +35,20 @@ protected:
     }
     long handOverPeriod() { return period(handler.wakeTimerForTest()); }
     long framePeriod() { return period(handler.streamBufferForTest()->timerForTest()); }
+    // The loop first: the handler registers its timers as it is made.
+    const int loopInit = event_loop_init();
+    const int registeredBefore = event_loop_utils::registeredCount();
     trevo::CompositorBridge bridge{trevo::BRIDGE_CONTEXT_UVC};
     StreamHandler handler{bridge, 0, 0};
 };
 
-TEST_F(StreamHandlerTest, BuffersAreMadeForANewSetupAndKeptAcrossStopAndRestart) {
+TEST_F(StreamHandlerTest, TimersAreRegisteredAtOnceAndBuffersKeptAcrossStopAndRestart) {
+    // Before any stream change: both timers in the loop's set, unarmed.
+    EXPECT_TRUE(handler.wakeTimerForTest()->registered());
+    EXPECT_TRUE(handler.streamBufferForTest()->timerForTest()->registered());
+    EXPECT_EQ(registeredBefore + 2, event_loop_utils::registeredCount());
+    EXPECT_EQ(-1, handOverPeriod());
+    EXPECT_EQ(-1, framePeriod());
     EXPECT_FALSE(handler.getBuffer());
     testing::internal::CaptureStdout();
     handler.sendBuffer(std::make_unique<hidl_uvc_client::DynamicBuffer>(16));

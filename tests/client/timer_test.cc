@@ -111,10 +111,10 @@ TEST(EventLoopDeathTest, InitNeedsOnlyOneDescriptor) {
 TEST_F(TimerTest, ArmsWithThirtyMsFirstExpiryRefusesWhatDoesNotFitAndDisarms) {
     EXPECT_EQ(33333337, timer::intervalNs(1.0f / 30));  // single precision
     EXPECT_EQ(40000000, timer::intervalNs(0.04f));      // multiple of 10: nothing added
-    // Too long for a signed 32-bit count, negative, not a number, or so short
-    // that the period would be 0 (a single expiry instead of a period).
-    for (float bad : {2.5f, -0.01f, std::numeric_limits<float>::quiet_NaN(),
-                      std::numeric_limits<float>::infinity(), 0.0f, 1e-10f}) {
+    EXPECT_EQ(0, timer::intervalNs(1e-10f));             // truncates to 0: no repetition
+    // Too long for a signed 32-bit count, negative, or not a number.
+    for (float bad : {2.5f, -0.01f, -1e-10f, std::numeric_limits<float>::quiet_NaN(),
+                      std::numeric_limits<float>::infinity()}) {
         EXPECT_EQ(-1, timer::intervalNs(bad)) << bad;
     }
     timer t(count);
@@ -146,6 +146,33 @@ TEST_F(TimerTest, ArmsWithThirtyMsFirstExpiryRefusesWhatDoesNotFitAndDisarms) {
     timer::wakealarm_event(nullptr);
     EXPECT_EQ(1, calls);
     EXPECT_EQ(std::vector<std::string>{"wakealarm_event: read wakealarm fd failed\n"}, texts());
+}
+
+// Interval 0: one expiry 30 ms after arming and no repetition. A timer of
+// 1/30 s on the same loop measures the window: by its sixth expiry about
+// 200 ms have passed with the loop dispatching.
+TEST_F(TimerTest, ZeroIntervalExpiresOnce) {
+    timer once(count);
+    std::atomic<int> yardstick{0};
+    timer periodic([&yardstick] { yardstick++; });
+    once.set_interval(false, 0.0f);
+    struct itimerspec s = {};
+    ASSERT_EQ(0, timerfd_gettime(once.wakealarm_fd, &s));
+    EXPECT_EQ(0, s.it_interval.tv_sec + s.it_interval.tv_nsec);
+    EXPECT_GT(s.it_value.tv_nsec, 0);
+    EXPECT_LE(s.it_value.tv_nsec, 30000000);
+    EXPECT_EQ(std::vector<std::string>{"wakealarm_set_interval: 0 ms\n"}, texts());
+
+    periodic.set_interval(false, 1.0f / 30);
+    std::thread loop([] { event_loop_run(nullptr); });
+    const auto end = std::chrono::steady_clock::now() + 10s;
+    while (yardstick < 6 && std::chrono::steady_clock::now() < end) {
+        std::this_thread::sleep_for(5ms);
+    }
+    event_loop_utils::stop();
+    loop.join();
+    EXPECT_GE(yardstick, 6);
+    EXPECT_EQ(1, calls);
 }
 
 TEST_F(TimerTest, DestroyedTimerIsDisarmedUnregisteredAndClosed) {
