@@ -1,7 +1,9 @@
 #pragma once
 
 #include <chrono>
+#include <algorithm>
 #include <cstring>
+#include <map>
 #include <memory>
 #include <set>
 #include <thread>
@@ -50,7 +52,9 @@ protected:
 
     std::unique_ptr<BufferMgmt> makeMgmt(unsigned count, unsigned size, uint8_t id = 0,
                                          uint8_t idx = 0) {
-        return std::make_unique<BufferMgmt>(count, size, &bridge, id, idx);
+        auto mgmt = std::make_unique<BufferMgmt>(count, size, &bridge, id, idx);
+        buffersMade[mgmt.get()] = count;
+        return mgmt;
     }
 
     static void queueFrame(Buffers& pool, uint32_t length, uint8_t fill) {
@@ -61,12 +65,11 @@ protected:
         pool.sendQ.push(std::move(frame));
     }
 
-    // Sends one frame once the conversion thread gave a hardware buffer back
-    // and is idle (a hand-over during a conversion drops its frame), and the
-    // library has delivered the frames before (a later delivery needs a free
-    // buffer to copy into).
-    static unsigned sendOne(Buffers& pool, const std::unique_ptr<BufferMgmt>& mgmt, uint32_t length,
-                            uint8_t fill) {
+    // Sends one frame once every hardware buffer is back (a hand-over during a
+    // conversion drops its frame, and so does a later delivery that finds
+    // none free to copy into) and the conversion thread is idle.
+    unsigned sendOne(Buffers& pool, const std::unique_ptr<BufferMgmt>& mgmt, uint32_t length,
+                     uint8_t fill) {
         convfact_standin::waitForDeliveries();
         for (int i = 0; i < 2000 && !idle(*mgmt); ++i)
             std::this_thread::sleep_for(std::chrono::milliseconds(1));
@@ -78,13 +81,16 @@ protected:
         return pool.sendFrame(mgmt);
     }
 
-    static bool idle(BufferMgmt& mgmt) {
+    bool idle(BufferMgmt& mgmt) {
         std::unique_lock<std::recursive_mutex> guard(mgmt.lock, std::try_to_lock);
-        return guard.owns_lock() && mgmt.fillQ.size() > 0 && mgmt.convertQ.size() == 0;
+        const int home = int(buffersMade[&mgmt]) - mgmt.missingBuffers();
+        return guard.owns_lock() && mgmt.fillQ.size() >= std::max(home, 1) &&
+               mgmt.convertQ.size() == 0;
     }
 
     trevo_standin::Host& host = trevo_standin::Host::instance();
     trevo::CompositorBridge bridge{trevo::BRIDGE_CONTEXT_UVC};
+    std::map<const BufferMgmt*, unsigned> buffersMade;
     size_t liveBefore = 0;
     size_t sinksBefore = 0;
 };
