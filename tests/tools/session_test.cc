@@ -170,6 +170,12 @@ TEST(StreamSessionTest, TimingAndReportHoldWhatTheRunMeasured) {
     size_t bin = html.find("40.00-42.00 ms: 9<");
     ASSERT_NE(bin, std::string::npos);
     EXPECT_NE(html.find("40.00-42.00 ms: 9<", bin + 1), std::string::npos);
+    // Every link on the page leads to a section of it.
+    for (size_t at = html.find("href=\"#"); at != std::string::npos;
+         at = html.find("href=\"#", at + 1)) {
+        std::string id = html.substr(at + 7, html.find('"', at + 7) - at - 7);
+        EXPECT_NE(html.find("id=\"" + id + "\""), std::string::npos) << id;
+    }
     size_t pictures = 0;
     for (size_t at = html.find("<img src=\""); at != std::string::npos;
          at = html.find("<img src=\"", at + 1)) {

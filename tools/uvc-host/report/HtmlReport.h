@@ -15,11 +15,19 @@ struct Thumbnail {
     std::string file;  // relative to the report folder
 };
 
-// Writes DIR/index.html: the summary table and, per stream, the frame
-// intervals over time with the configured period marked, a histogram of
-// the intervals and the thumbnails of that stream. Plots are inline SVG and
+// What the page says about the run besides what it measured.
+struct RunHeader {
+    std::string commandLine;  // as a shell would take it
+    std::string startedAt;    // local date and time
+    std::string version;      // the tool's
+};
+
+// Writes DIR/index.html: the run's command line, date and tool version; the
+// frame intervals of all streams over one time axis; the summary table
+// with a link to each stream; and per stream its intervals over time (drops
+// marked), their histogram and its pictures. Plots are inline SVG and
 // pictures relative links, so the folder opens in any browser as it is.
-bool writeHtmlReport(const std::string& dir, const RunReport& report,
+bool writeHtmlReport(const std::string& dir, const RunReport& report, const RunHeader& header,
                      const std::vector<StreamTrace>& traces,
                      const std::vector<Thumbnail>& thumbnails, std::string* error);
 

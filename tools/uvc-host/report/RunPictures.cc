@@ -5,6 +5,9 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <ctime>
+#include <fstream>
+#include <iterator>
 
 #include "media/FileUtil.h"
 #include "media/JpegEncoder.h"
@@ -17,6 +20,35 @@ namespace {
 
 constexpr int kThumbnailQuality = 80;
 
+#ifndef UVC_HOST_VERSION
+#define UVC_HOST_VERSION ""
+#endif
+
+// This process's arguments as a shell would take them again. The tool runs
+// on Linux workstations and boards, where /proc has them as given.
+std::string commandLine() {
+    std::ifstream in("/proc/self/cmdline", std::ios::binary);
+    std::string raw((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+    std::string line;
+    for (size_t at = 0; at < raw.size();) {
+        size_t end = raw.find('\0', at);
+        end = end == std::string::npos ? raw.size() : end;
+        line += (line.empty() ? "" : " ") + shellQuote(raw.substr(at, end - at));
+        at = end + 1;
+    }
+    return line;
+}
+
+std::string localTimeNow() {
+    std::time_t now = std::time(nullptr);
+    std::tm local{};
+    char text[64] = "";
+    if (localtime_r(&now, &local)) {
+        std::strftime(text, sizeof text, "%Y-%m-%d %H:%M:%S %z", &local);
+    }
+    return text;
+}
+
 }  // namespace
 
 RunPictures::RunPictures(const StreamOptions& options) : options_(options) {
@@ -27,6 +59,7 @@ RunPictures::RunPictures(const StreamOptions& options) : options_(options) {
 }
 
 bool RunPictures::prepare(std::string* error) {
+    header_ = {commandLine(), localTimeNow(), UVC_HOST_VERSION};
     if (!options_.reportDir.empty() && !makeDirectories(options_.reportDir + "/frames", error)) {
         return false;
     }
@@ -131,7 +164,7 @@ bool RunPictures::write(const RunReport& report, const std::vector<StreamTrace>&
         }
     }
     decodeH264(&thumbnails);
-    if (!writeHtmlReport(options_.reportDir, report, traces, thumbnails, error)) {
+    if (!writeHtmlReport(options_.reportDir, report, header_, traces, thumbnails, error)) {
         return false;
     }
     notes->push_back("report: " + options_.reportDir + "/index.html");

@@ -23,7 +23,8 @@ public:
 
     bool wanted() const { return !options_.timingFile.empty() || !options_.reportDir.empty(); }
     // Before the run: the report folder exists and the timing file can be
-    // written; otherwise `error` says why.
+    // written; otherwise `error` says why. Notes the command line and the
+    // time for the page.
     bool prepare(std::string* error);
     // Frame `index` of stream `key` arrived; not thread-safe (the caller
     // serialises frames).
@@ -41,6 +42,7 @@ private:
     std::string streamFile(StreamKey key, const std::string& suffix) const;
 
     StreamOptions options_;
+    RunHeader header_;
     uint64_t every_ = 1;  // keep every every_-th frame, up to kThumbnails per stream
     std::map<StreamKey, std::vector<std::pair<uint64_t, std::vector<uint8_t>>>> kept_;
     std::map<StreamKey, std::unique_ptr<FrameWriter>> h264_;
