@@ -33,7 +33,7 @@ BufferMgmt::BufferMgmt(unsigned count, unsigned size, trevo::CompositorBridge* b
       stream_id(stream_id),
       stream_idx(stream_idx),
       bufferSize(size),
-      sender(bridge, stream_id, stream_idx, fillQ) {
+      sender(BufferMgmt::bridge, stream_id, stream_idx, fillQ) {
     for (unsigned i = 0; i < count; ++i) {
         auto buffer = std::make_unique<FlatTestBuffer>(size);
         // A buffer without memory would only make every frame it meets fail.

@@ -13,21 +13,13 @@
 #include "android_testing.h"
 #include "client_harness.h"
 #include "hidl_uvc_client.h"
+#include "pace_yardstick.h"
 
 namespace client_test {
 namespace {
 
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-constexpr bool kTimed = false;  // sanitizers cost more than the frame period leaves
-#elif defined(__has_feature)
-#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
-constexpr bool kTimed = false;
-#else
-constexpr bool kTimed = true;
-#endif
-#else
-constexpr bool kTimed = true;
-#endif
+// Sanitizers cost more than the frame period leaves.
+constexpr bool kTimed = !kSanitized;
 
 using Key = std::pair<uint8_t, uint8_t>;
 
