@@ -2,7 +2,9 @@
 # libhidl_uvc_client.so, its public headers under include/hidl_uvc_client, the
 # CMake package (find_package(hidl_uvc_client CONFIG) gives
 # hidl_uvc_client::hidl_uvc_client) and hidl_uvc_client.pc. The stand-ins and
-# uvc-host are the "workstation" component (platform/, tools/).
+# uvc-host are the "workstation" component (platform/, tools/), the Linux
+# UVC-gadget bridge and its launcher the "gadget" component
+# (platform/trevo/uvcgadget/).
 include(CMakePackageConfigHelpers)
 
 set(uvc_package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/hidl_uvc_client)
@@ -43,17 +45,53 @@ set(uvc_pc_dir ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
 if(IS_ABSOLUTE ${CMAKE_INSTALL_LIBDIR} OR IS_ABSOLUTE ${CMAKE_INSTALL_INCLUDEDIR})
     set(uvc_pc_prefix ${CMAKE_INSTALL_PREFIX})
     set(uvc_pc_libdir ${CMAKE_INSTALL_FULL_LIBDIR})
+    cmake_path(ABSOLUTE_PATH UVC_STANDINS_LIBDIR BASE_DIRECTORY ${CMAKE_INSTALL_PREFIX}
+        OUTPUT_VARIABLE uvc_pc_standins_libdir)
     set(uvc_pc_includedir ${CMAKE_INSTALL_FULL_INCLUDEDIR})
 else()
     file(RELATIVE_PATH uvc_pc_up /${uvc_pc_dir} /)
     string(REGEX REPLACE "/$" "" uvc_pc_up "${uvc_pc_up}")
     set(uvc_pc_prefix "\${pcfiledir}/${uvc_pc_up}")
     set(uvc_pc_libdir "\${prefix}/${CMAKE_INSTALL_LIBDIR}")
+    set(uvc_pc_standins_libdir "\${prefix}/${UVC_STANDINS_LIBDIR}")
     set(uvc_pc_includedir "\${prefix}/${CMAKE_INSTALL_INCLUDEDIR}")
 endif()
-configure_file(cmake/hidl_uvc_client.pc.in ${CMAKE_CURRENT_BINARY_DIR}/hidl_uvc_client.pc @ONLY)
-install(FILES ${CMAKE_CURRENT_BINARY_DIR}/hidl_uvc_client.pc DESTINATION ${uvc_pc_dir} COMPONENT library)
-if(UVC_STANDINS)
+
+if(NOT UVC_STANDINS)
+    # A device build: programs for the device find the library in the
+    # device's own folders.
+    set(uvc_pc_rpath "")
+    configure_file(cmake/hidl_uvc_client.pc.in ${CMAKE_CURRENT_BINARY_DIR}/hidl_uvc_client.pc @ONLY)
+    install(FILES ${CMAKE_CURRENT_BINARY_DIR}/hidl_uvc_client.pc DESTINATION ${uvc_pc_dir} COMPONENT library)
+else()
+    # A program linked with `pkg-config --libs` must find the library when it
+    # runs, so Libs carry an rpath to the prefix's library folder, unless the
+    # loader searches that folder anyway (a system prefix such as /usr). Which
+    # one it is becomes known only at install time (--prefix), so both files
+    # are made now and the install picks one.
+    set(uvc_pc_rpath "-Wl,-rpath,\${libdir} ")
+    configure_file(cmake/hidl_uvc_client.pc.in ${CMAKE_CURRENT_BINARY_DIR}/pc-rpath/hidl_uvc_client.pc @ONLY)
+    set(uvc_pc_rpath "")
+    configure_file(cmake/hidl_uvc_client.pc.in ${CMAKE_CURRENT_BINARY_DIR}/pc-system/hidl_uvc_client.pc @ONLY)
+    set(uvc_system_libdirs ${CMAKE_PLATFORM_IMPLICIT_LINK_DIRECTORIES} ${CMAKE_CXX_IMPLICIT_LINK_DIRECTORIES})
+    string(CONFIGURE [[
+        set(uvc_libdir "@CMAKE_INSTALL_LIBDIR@")
+        cmake_path(ABSOLUTE_PATH uvc_libdir BASE_DIRECTORY "${CMAKE_INSTALL_PREFIX}" NORMALIZE)
+        set(uvc_system_libdirs "@uvc_system_libdirs@")
+        list(FIND uvc_system_libdirs "${uvc_libdir}" uvc_system)  # IN_LIST needs a policy set
+        if(uvc_system GREATER -1)
+            set(uvc_pc "@CMAKE_CURRENT_BINARY_DIR@/pc-system/hidl_uvc_client.pc")
+        else()
+            set(uvc_pc "@CMAKE_CURRENT_BINARY_DIR@/pc-rpath/hidl_uvc_client.pc")
+        endif()
+        set(uvc_pc_dir "@uvc_pc_dir@")
+        cmake_path(ABSOLUTE_PATH uvc_pc_dir BASE_DIRECTORY "${CMAKE_INSTALL_PREFIX}" NORMALIZE)
+        file(INSTALL "${uvc_pc}" DESTINATION "${uvc_pc_dir}")
+    ]] uvc_install_pc @ONLY)
+    install(CODE "${uvc_install_pc}" COMPONENT library)
+
+    # The stand-ins' folder is private, never searched by the loader: always
+    # an rpath.
     configure_file(cmake/hidl_uvc_client-standins.pc.in
         ${CMAKE_CURRENT_BINARY_DIR}/hidl_uvc_client-standins.pc @ONLY)
     install(FILES ${CMAKE_CURRENT_BINARY_DIR}/hidl_uvc_client-standins.pc

@@ -1,10 +1,15 @@
-# Usage: cmake -DSETTINGS=<file> -DSTEP=install|cmake|pkg-config -P run.cmake
+# Usage: cmake -DSETTINGS=<file> -DSTEP=install|cmake|pkg-config|gadget -P run.cmake
 #
-# install:    installs the build into a fresh prefix and checks that no
-#             installed file points back into the build tree.
+# install:    installs the build's components into a fresh prefix, one by one
+#             as the README does, and checks that no installed file points
+#             back into the build tree and that the public library folder
+#             holds only the library.
 # cmake, pkg-config: configures this consumer against that prefix with the
 #             build's compiler, toolchain file and emulator, builds it and runs
-#             it (through the emulator in a cross build).
+#             it (through the emulator in a cross build) with only the search
+#             paths the package gave it.
+# gadget:     the installed launcher finds the installed gadget bridge and
+#             library.
 # SETTINGS holds the build's values (written by tests/CMakeLists.txt).
 include(${SETTINGS})
 
@@ -18,7 +23,16 @@ endfunction()
 
 if(STEP STREQUAL "install")
     file(REMOVE_RECURSE ${UVC_PREFIX})
-    run(${CMAKE_COMMAND} --install ${UVC_BINARY_DIR} --prefix ${UVC_PREFIX})
+    foreach(component library workstation gadget)
+        run(${CMAKE_COMMAND} --install ${UVC_BINARY_DIR} --prefix ${UVC_PREFIX} --component ${component})
+    endforeach()
+    # The stand-ins and the gadget bridge have the device libraries' plain
+    # names: anywhere else here, any program's -llog would link them.
+    file(GLOB public RELATIVE ${UVC_PREFIX}/${UVC_LIBDIR} ${UVC_PREFIX}/${UVC_LIBDIR}/*.so*)
+    list(FILTER public EXCLUDE REGEX "^libhidl_uvc_client\\.so")
+    if(public)
+        message(FATAL_ERROR "not ours to put into the public library folder: ${public}")
+    endif()
     # Text files must not name the build tree; binaries must not search it.
     file(GLOB_RECURSE texts ${UVC_PREFIX}/*.cmake ${UVC_PREFIX}/*.pc ${UVC_PREFIX}/*.h)
     foreach(f ${texts})
@@ -30,7 +44,7 @@ if(STEP STREQUAL "install")
             endif()
         endforeach()
     endforeach()
-    file(GLOB binaries ${UVC_PREFIX}/${UVC_LIBDIR}/*.so* ${UVC_PREFIX}/${UVC_BINDIR}/*)
+    file(GLOB_RECURSE binaries ${UVC_PREFIX}/${UVC_LIBDIR}/*.so* ${UVC_PREFIX}/${UVC_BINDIR}/*)
     set(n_binaries 0)
     foreach(f ${binaries})
         if(IS_SYMLINK ${f})
@@ -47,6 +61,22 @@ if(STEP STREQUAL "install")
     endforeach()
     list(LENGTH texts n_texts)
     message(STATUS "checked ${n_texts} headers and package files, ${n_binaries} libraries and programs")
+    return()
+endif()
+
+# Programs find their libraries through what the package gave them alone.
+unset(ENV{LD_LIBRARY_PATH})
+
+if(STEP STREQUAL "gadget")
+    set(launcher ${UVC_PREFIX}/${UVC_BINDIR}/uvc-gadget-launch)
+    execute_process(COMMAND ${UVC_EMULATOR} ${launcher} --check
+        OUTPUT_VARIABLE out ERROR_VARIABLE out RESULT_VARIABLE rc)
+    message(STATUS "${out}")
+    file(REAL_PATH ${UVC_PREFIX}/${UVC_GADGET_LIBDIR} bridge_dir)
+    string(FIND "${out}" "runs on ${bridge_dir}/" at)
+    if(NOT rc EQUAL 0 OR at EQUAL -1)
+        message(FATAL_ERROR "${launcher} did not run the library on the bridge in ${bridge_dir}")
+    endif()
     return()
 endif()
 

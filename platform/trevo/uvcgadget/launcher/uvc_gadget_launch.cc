@@ -3,15 +3,21 @@
 // Loads the gadget bridge first, then libhidl_uvc_client.so: the library's
 // dependency on libcompositorbridge.trevo.so is then met by the bridge
 // already loaded under that name, whichever directory the library was built
-// to find it in. Runs init(false) until SIGINT or SIGTERM, which stop the
+// to find it in. Both are opened by name through the launcher's RUNPATH,
+// which names the bridge's folder before the library's, in the build tree and
+// installed alike. Runs init(false) until SIGINT or SIGTERM, which stop the
 // client; exits 0 after a clean stop, 1 when loading fails, 2 on bad usage.
-// With --check it only loads both and checks that they fit.
+// With --check it only loads both, checks that they fit and says where they
+// were found.
 
 #include <dlfcn.h>
 #include <getopt.h>
+#include <link.h>
 #include <signal.h>
 
 #include <cstdio>
+#include <cstdlib>
+#include <memory>
 #include <string>
 #include <thread>
 
@@ -30,10 +36,10 @@ const char kBridgeConstructor[] = "_ZN5trevo16CompositorBridgeC1ENS_13BridgeCont
 
 const char kUsage[] =
     "usage: uvc-gadget-launch [--bridge PATH] [--library PATH] [--jpeg] [--frames DIR] [--check]\n"
-    "  --bridge PATH   gadget bridge (default " UVC_GADGET_BRIDGE_PATH
-    ")\n"
-    "  --library PATH  stream client (default " UVC_CLIENT_LIBRARY_PATH
-    ")\n"
+    "  --bridge PATH   gadget bridge (default: " UVC_GADGET_BRIDGE_NAME
+    " of the launcher's installation)\n"
+    "  --library PATH  stream client (default: " UVC_CLIENT_LIBRARY_NAME
+    " of the launcher's installation)\n"
     "  --jpeg          MJPEG streams carry compressed test patterns, not frame files\n"
     "  --frames DIR    root of the recorded frame files (default /data/h264_frames)\n"
     "  --check         load both, check that the library uses this bridge, and exit\n"
@@ -46,14 +52,29 @@ void* load(const char* path) {
     return handle;
 }
 
+// The file the loader opened for a handle, its folder resolved ("$ORIGIN/.."
+// of a search path gone), or the name it was asked for when it cannot tell.
+std::string loadedFile(void* handle, const std::string& requested) {
+    link_map* map = nullptr;
+    if (dlinfo(handle, RTLD_DI_LINKMAP, &map) != 0 || map == nullptr || map->l_name[0] == '\0')
+        return requested;
+    const std::string file = map->l_name;
+    const size_t slash = file.rfind('/');
+    if (slash == std::string::npos)
+        return file;
+    std::unique_ptr<char, decltype(&free)> folder(realpath(file.substr(0, slash + 1).c_str(), nullptr),
+                                                  &free);
+    return folder ? std::string(folder.get()) + file.substr(slash) : file;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
     // The client reports on standard output; a log file or journal should
     // see each line when it happens.
     setvbuf(stdout, nullptr, _IOLBF, 0);
-    std::string bridgePath = UVC_GADGET_BRIDGE_PATH;
-    std::string libraryPath = UVC_CLIENT_LIBRARY_PATH;
+    std::string bridgePath = UVC_GADGET_BRIDGE_NAME;
+    std::string libraryPath = UVC_CLIENT_LIBRARY_NAME;
     std::string framesRoot;
     bool jpeg = false;
     bool checkOnly = false;
@@ -98,6 +119,8 @@ int main(int argc, char** argv) {
     void* library = bridge != nullptr ? load(libraryPath.c_str()) : nullptr;
     if (library == nullptr)
         return 1;
+    bridgePath = loadedFile(bridge, bridgePath);
+    libraryPath = loadedFile(library, libraryPath);
     if (dlsym(library, kBridgeConstructor) != dlsym(bridge, kBridgeConstructor)) {
         fprintf(stderr, "uvc-gadget-launch: %s uses another compositor bridge than %s\n",
                 libraryPath.c_str(), bridgePath.c_str());
