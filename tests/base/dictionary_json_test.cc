@@ -126,17 +126,13 @@ TEST(DictionaryTest, AssignmentReplacesEveryKindAndSelfUseIsSafe) {
 }
 
 TEST(SerializationWrite, MembersFollowKindGroupsThenByteOrder) {
-    Dictionary d;
-    d.setString("z", "s");
-    d.setInteger("a", 1);
-    EXPECT_EQ("{ \"z\": \"s\", \"a\": 1 }", Serialization::serialize(d));
     EXPECT_EQ(kEveryKindText, Serialization::serialize(everyKind()));
     Dictionary empties;
     empties.setIntegerArray("i", {});
     empties.setObject("o", Dictionary());
     EXPECT_EQ("{ \"o\": { }, \"i\": [ ] }", Serialization::serialize(empties));
     EXPECT_EQ("[ ]", Serialization::serializeArray({}));
-    EXPECT_EQ("[ { \"z\": \"s\", \"a\": 1 }, { } ]", Serialization::serializeArray({d, {}}));
+    EXPECT_EQ("[ { \"o\": { }, \"i\": [ ] }, { } ]", Serialization::serializeArray({empties, {}}));
 }
 
 // Every kind read back is in the round trip below; these are json-c's own rules.
