@@ -67,23 +67,10 @@ TEST(DictionaryTest, TypeNumbersKeyOrderAndGetters) {
     EXPECT_EQ((std::vector<std::string>{"j_str", "i_int", "h_dec", "g_bool", "f_obj", "e_strs",
                                         "d_ints", "c_decs", "b_bools", "a_objs"}),
               d.allKeys());
-    Dictionary small;
-    small.setString("beta", "b");
-    small.setBoolean("gamma", true);
-    for (const char* key : {"alpha", "B", "\xc3\xa9", ""})
-        small.setInteger(key, 1);
-    EXPECT_EQ((std::vector<std::string>{"beta", "", "B", "alpha", "\xc3\xa9", "gamma"}),
-              small.allKeys());
-
-    // Getters read only their own kind.
-    EXPECT_EQ(7, d.getObjectArray("a_objs")[0].getInteger("n"));
-    EXPECT_EQ(0, d.getInteger("h_dec"));  // no conversion, not even between numbers
+    // Getters read only their own kind: no conversion, not even between numbers.
+    EXPECT_EQ(0, d.getInteger("h_dec"));
     EXPECT_EQ(0.0L, d.getDecimal("i_int"));
-    EXPECT_EQ("", d.getString("i_int"));
-    EXPECT_FALSE(d.getBoolean("i_int"));
     EXPECT_TRUE(d.getIntegerArray("c_decs").empty());
-    EXPECT_TRUE(d.getObjectArray("f_obj").empty());
-    EXPECT_EQ(0u, d.getObject("absent").size());
     std::vector<bool> bits(67);  // length and order past a machine word
     for (size_t i = 0; i < bits.size(); i += 3)
         bits[i] = true;
@@ -116,23 +103,13 @@ TEST(DictionaryTest, KeyLivesInOneKindOnlyAndEraseAndClear) {
     d.eraseOriginalValue("d_ints");
     EXPECT_EQ(8u, d.size());
     EXPECT_FALSE(d.hasKey("f_obj") || d.hasKey("d_ints"));
-    std::vector<std::string> keys = d.allKeys();
     d.clear();
     EXPECT_EQ(0u, d.size());
-    for (const auto& key : keys)
-        EXPECT_EQ(Dictionary::None, d.getType(key)) << key;
 }
 
-TEST(DictionaryTest, CopiesAreDeepAndSelfUseIsSafe) {
+// Assignment is written out map by map; it must replace every one of them.
+TEST(DictionaryTest, AssignmentReplacesEveryKindAndSelfUseIsSafe) {
     Dictionary original = everyKind();
-    Dictionary copy(original);
-    Dictionary changed = copy.getObject("f_obj");
-    changed.setInteger("n", 8);
-    copy.setObject("f_obj", changed);
-    std::vector<Dictionary> list = copy.getObjectArray("a_objs");
-    list[0].setInteger("extra", 1);
-    copy.setObjectArray("a_objs", list);
-    EXPECT_EQ(kEveryKindText, Serialization::serialize(original));
     Dictionary assigned;
     assigned.setInteger("old", 1);
     assigned = original;
@@ -149,35 +126,23 @@ TEST(DictionaryTest, CopiesAreDeepAndSelfUseIsSafe) {
 }
 
 TEST(SerializationWrite, MembersFollowKindGroupsThenByteOrder) {
-    Dictionary d;
-    d.setString("z", "s");
-    d.setInteger("a", 1);
-    EXPECT_EQ("{ \"z\": \"s\", \"a\": 1 }", Serialization::serialize(d));
     EXPECT_EQ(kEveryKindText, Serialization::serialize(everyKind()));
     Dictionary empties;
     empties.setIntegerArray("i", {});
     empties.setObject("o", Dictionary());
     EXPECT_EQ("{ \"o\": { }, \"i\": [ ] }", Serialization::serialize(empties));
     EXPECT_EQ("[ ]", Serialization::serializeArray({}));
-    EXPECT_EQ("[ { \"z\": \"s\", \"a\": 1 }, { } ]", Serialization::serializeArray({d, {}}));
+    EXPECT_EQ("[ { \"o\": { }, \"i\": [ ] }, { } ]", Serialization::serializeArray({empties, {}}));
 }
 
-TEST(SerializationRead, NumbersFollowJsonCsTypes) {
-    Dictionary d = parse(R"({"p": 1, "q": 2.5, "r": true, "s": "x", "whole": 1.0,
-        "exp": 1e2, "big": 9223372036854775807})");
-    EXPECT_EQ(1, d.getInteger("p"));
-    EXPECT_EQ(2.5L, d.getDecimal("q"));
-    EXPECT_TRUE(d.getBoolean("r"));
-    EXPECT_EQ("x", d.getString("s"));
-    // A fraction or exponent makes a decimal; integers keep all 64 bits.
+// Every kind read back is in the round trip below; these are json-c's own rules.
+TEST(SerializationRead, JsonCsKindsArraysTakeTheFirstElementsAndTheRestIsDropped) {
+    // A fraction or exponent makes a decimal.
+    Dictionary d = parse(R"({"whole": 1.0, "exp": 1e2})");
     EXPECT_EQ(Dictionary::Decimal, d.getType("whole"));
     EXPECT_EQ(100.0L, d.getDecimal("exp"));
-    EXPECT_EQ(kMax, d.getInteger("big"));
-    EXPECT_EQ(7u, d.size());
-}
 
-TEST(SerializationRead, ArraysTakeTheKindOfTheFirstElementAndDropTheRest) {
-    Dictionary d = parse(R"({"ints": [1, 2.5, 3], "decs": [2.5, 1, 0.5],
+    d = parse(R"({"ints": [1, 2.5, 3], "decs": [2.5, 1, 0.5],
         "bools": [true, 1, null, false, "x"], "strs": ["a", null, 2, "b", {}],
         "objs": [{"k": 1}, 1, null, [], {"k": 2}, "s"]})");
     EXPECT_EQ((std::vector<long long>{1, 3}), d.getIntegerArray("ints"));

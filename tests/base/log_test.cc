@@ -122,7 +122,6 @@ TEST(LogServerTest, WriteLogWithoutBracketsGivesPriority6AndNoTag) {
 }
 
 TEST(LogServerTest, NextLogShiftsFilesAndIsRefusedWithZeroFiles) {
-    EXPECT_EQ(LogServer::getLogFile("app.log", 0), "app.log");
     char tmpl[] = "/tmp/volut_logXXXXXX";
     ASSERT_NE(mkdtemp(tmpl), nullptr);
     const std::string base = std::string(tmpl) + "/app.log";

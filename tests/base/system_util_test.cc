@@ -100,11 +100,7 @@ TEST(DateTest, TextsShiftByZoneHoursOnly) {
     EXPECT_EQ(d.millisecondsFrom1970(), 1709647629042ULL);
 }
 
-TEST(DateTest, ArithmeticComparisonAndOutOfRangeFields) {
-    EXPECT_EQ(Date(0ULL).toString(0), "1970-01-01 00:00:00.000");
-    EXPECT_TRUE(Date(999ULL) < Date(1000ULL));
-    EXPECT_FALSE(Date(1000ULL) < Date(1000ULL));
-    EXPECT_TRUE(Date(1000ULL) == Date(1970, 1, 1, 0, 0, 1, 0));
+TEST(DateTest, ArithmeticAndOutOfRangeFields) {
     EXPECT_EQ((Date(1000ULL) + -1).toString(0), "1970-01-01 00:00:00.999");
     EXPECT_EQ((Date(1000ULL) + 86400000).toString(0), "1970-01-02 00:00:01.000");
     EXPECT_EQ((Date(5ULL) + -10).millisecondsFrom1970(), 0u);  // never before 1970

@@ -23,7 +23,6 @@ TEST(MessageBuilders, ExactTexts) {
               R"({ "source": "app", "extensionSettings": { "a": "1", "b": "2" } })");
     EXPECT_EQ(op.generateSettingMsg(settings),
               R"({ "source": "app", "settings": { "a": "1", "b": "2" } })");
-    EXPECT_EQ(op.generateSettingMsg("custom", {}), R"({ "source": "app", "custom": { } })");
     // The object stored under "source" replaces the string stored there first.
     EXPECT_EQ(op.generateSettingMsg("source", {{"k", "v"}}), R"({ "source": { "k": "v" } })");
 }

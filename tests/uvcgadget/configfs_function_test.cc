@@ -14,7 +14,18 @@ std::string guid(const char* code) {
     return std::string(code, 4) + std::string(tail, 12);
 }
 
-// A function directory as configfs shows it after the gadget script ran.
+// A frame directory: index, size and intervals ("" for none).
+void writeFrame(const gadget_test::TempDir& dir, const std::string& frame, int index, int width,
+                int height, const std::string& intervals) {
+    dir.write(frame + "/bFrameIndex", std::to_string(index) + "\n");
+    dir.write(frame + "/wWidth", std::to_string(width) + "\n");
+    dir.write(frame + "/wHeight", std::to_string(height) + "\n");
+    if (!intervals.empty())
+        dir.write(frame + "/dwFrameInterval", intervals + "\n");
+}
+
+// A function directory as configfs shows it after the gadget script ran; the
+// directory names run against the index order.
 void writeFunction(const gadget_test::TempDir& dir) {
     dir.write("control/bInterfaceNumber", "2\n");
     dir.write("streaming/bInterfaceNumber", "3\n");
@@ -27,29 +38,17 @@ void writeFunction(const gadget_test::TempDir& dir) {
     dir.write(yuyv + "guidFormat", guid("YUY2"));
     dir.write(yuyv + "bBitsPerPixel", "16\n");
     dir.write(yuyv + "bDefaultFrameIndex", "1\n");
-    dir.write(yuyv + "720p/bFrameIndex", "2\n");
-    dir.write(yuyv + "720p/wWidth", "1280\n");
-    dir.write(yuyv + "720p/wHeight", "720\n");
-    dir.write(yuyv + "720p/dwFrameInterval", "1000000\n333333\n");
-    dir.write(yuyv + "720p/dwDefaultFrameInterval", "333333\n");
-    dir.write(yuyv + "480p/bFrameIndex", "1\n");
-    dir.write(yuyv + "480p/wWidth", "640\n");
-    dir.write(yuyv + "480p/wHeight", "480\n");
-    dir.write(yuyv + "480p/dwFrameInterval", "333333\n");
-    const std::string nv12 = "streaming/uncompressed/nv12/";
+    writeFrame(dir, yuyv + "hd", 2, 1280, 720, "1000000\n333333");
+    dir.write(yuyv + "hd/dwDefaultFrameInterval", "333333\n");
+    writeFrame(dir, yuyv + "vga", 1, 640, 480, "333333");
+    const std::string nv12 = "streaming/uncompressed/z_nv12/";
     dir.write(nv12 + "bFormatIndex", "1\n");
     dir.write(nv12 + "guidFormat", guid("NV12"));
     dir.write(nv12 + "bBitsPerPixel", "12\n");
-    dir.write(nv12 + "f/bFrameIndex", "1\n");
-    dir.write(nv12 + "f/wWidth", "640\n");
-    dir.write(nv12 + "f/wHeight", "480\n");
-    dir.write(nv12 + "f/dwFrameInterval", "666666\n");
+    writeFrame(dir, nv12 + "f", 1, 640, 480, "666666");
     const std::string mjpeg = "streaming/mjpeg/m/";
     dir.write(mjpeg + "bFormatIndex", "3\n");
-    dir.write(mjpeg + "f/bFrameIndex", "1\n");
-    dir.write(mjpeg + "f/wWidth", "640\n");
-    dir.write(mjpeg + "f/wHeight", "480\n");
-    dir.write(mjpeg + "f/dwFrameInterval", "333333\n");
+    writeFrame(dir, mjpeg + "f", 1, 640, 480, "333333");
     dir.write(mjpeg + "f/dwMaxVideoFrameBufferSize", "614400\n");
     // Not declared: no index (not linked into the header), an unknown GUID,
     // a frame without intervals.
@@ -57,9 +56,7 @@ void writeFunction(const gadget_test::TempDir& dir) {
     dir.write("streaming/uncompressed/rgb/bFormatIndex", "4\n");
     dir.write("streaming/uncompressed/rgb/guidFormat", guid("RGBP"));
     dir.write("streaming/uncompressed/rgb/bBitsPerPixel", "16\n");
-    dir.write(mjpeg + "broken/bFrameIndex", "2\n");
-    dir.write(mjpeg + "broken/wWidth", "320\n");
-    dir.write(mjpeg + "broken/wHeight", "240\n");
+    writeFrame(dir, mjpeg + "broken", 2, 320, 240, "");
 }
 
 }  // namespace
