@@ -14,9 +14,11 @@
 #include <getopt.h>
 #include <link.h>
 #include <signal.h>
+#include <unistd.h>
 
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <memory>
 #include <string>
 #include <thread>
@@ -45,8 +47,32 @@ const char kUsage[] =
     "  --check         load both, check that the library uses this bridge, and exit\n"
     "The bridge reads UVC_GADGET_NODES and UVC_GADGET_CONFIGFS (see README).\n";
 
-void* load(const char* path) {
-    void* handle = dlopen(path, RTLD_NOW | RTLD_GLOBAL);
+// A bare name through the launcher's own search path (its RUNPATH first).
+// dlopen would search the caller's, and under a sanitizer the caller is the
+// sanitizer's interceptor, whose RUNPATH names none of our folders.
+std::string onOwnSearchPath(const char* name) {
+    if (std::strchr(name, '/') != nullptr)
+        return name;
+    void* self = dlopen(nullptr, RTLD_NOW);
+    Dl_serinfo size = {};
+    if (self == nullptr || dlinfo(self, RTLD_DI_SERINFOSIZE, &size) != 0)
+        return name;
+    std::unique_ptr<char[]> storage(new char[size.dls_size]);
+    auto* info = reinterpret_cast<Dl_serinfo*>(storage.get());
+    *info = size;
+    if (dlinfo(self, RTLD_DI_SERINFOSIZE, info) != 0 || dlinfo(self, RTLD_DI_SERINFO, info) != 0)
+        return name;
+    for (unsigned i = 0; i < info->dls_cnt; ++i) {
+        const std::string candidate = std::string(info->dls_serpath[i].dls_name) + "/" + name;
+        if (access(candidate.c_str(), R_OK) == 0)
+            return candidate;
+    }
+    return name;
+}
+
+void* load(const char* name) {
+    const std::string path = onOwnSearchPath(name);
+    void* handle = dlopen(path.c_str(), RTLD_NOW | RTLD_GLOBAL);
     if (handle == nullptr)
         fprintf(stderr, "uvc-gadget-launch: %s\n", dlerror());
     return handle;
