@@ -129,13 +129,17 @@ TEST_F(HostToolTest, SettingsByNameComeFromTheLibrarysTable) {
     ToolRun set = run({"control", "set", "brightness=40", "--json"});
     ASSERT_EQ(set.status, 0) << set.err;
     EXPECT_EQ(set.out, "{\"brightness\":40}\n");
+    // Each command starts a fresh library: what the last one set is gone.
+    EXPECT_EQ(run({"control", "get", "brightness", "--json"}).out, "{\"brightness\":null}\n");
     ToolRun list = run({"control", "list"});
     ASSERT_EQ(list.status, 0) << list.err;
-    EXPECT_EQ(std::count(list.out.begin(), list.out.end(), '\n'), 31) << list.out;
-    EXPECT_NE(
-        list.out.find("whiteBalanceTemp                           2000     7500    100     4500"),
-        std::string::npos)
-        << list.out;
+    EXPECT_EQ(std::count(list.out.begin(), list.out.end(), '\n'), 32) << list.out;
+    for (const char* row :
+         {"whiteBalanceTemp                       int      2000     7500    100     4500  not set\n",
+          "powerLineFrequency                     menu        0        2      1        2  not set  "
+          "0 disabled, 1 50 Hz, 2 60 Hz\n"}) {
+        EXPECT_NE(list.out.find(row), std::string::npos) << row << list.out;
+    }
     ToolRun unknown = run({"control", "get", "Brightness"});
     EXPECT_EQ(unknown.status, 1);
     EXPECT_NE(unknown.err.find("did you mean brightness?"), std::string::npos) << unknown.err;

@@ -29,8 +29,11 @@ struct LinkConfig {
     bool streaming = true;
 };
 
+// What a setting never written reads as (a written -255 reads the same).
+constexpr int64_t kSettingNotSet = -255;
+
 // One row of the library's table of camera settings. The library does not
-// hold writes to the range; a setting never written reads -255.
+// hold writes to the range; a setting never written reads kSettingNotSet.
 struct SettingInfo {
     std::string name;
     int min = 0;
