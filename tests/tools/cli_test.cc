@@ -20,16 +20,22 @@ StreamOptions parseStream(std::vector<std::string> args, CommandLine* line) {
 // status with what went to the results, help and error streams.
 using ToolRun = uvc_host_test::Outcome;
 
-ToolRun runTool(std::vector<std::string> args, uvc_host_test::FakeState* state = nullptr) {
+ToolRun runTool(std::vector<std::string> args, uvc_host_test::FakeState* state = nullptr,
+                const std::string& standardInput = "") {
     uvc_host_test::FakeState local;
-    return uvc_host_test::captured([&](FILE* out, FILE* err) {
+    FILE* in = std::tmpfile();
+    std::fputs(standardInput.c_str(), in);
+    std::rewind(in);
+    ToolRun r = uvc_host_test::captured([&](FILE* out, FILE* err) {
         HostEnvironment env;
         env.link = uvc_host_test::fakeFactory(state ? state : &local);
-        env.io = [&](bool) { return HostIo{out, err, false}; };
+        env.io = [&](bool) { return HostIo{out, err, false, in}; };
         env.helpOut = out;
         env.usageErr = err;
         return runHost(args, env);
     });
+    std::fclose(in);
+    return r;
 }
 
 size_t lineCount(const std::string& text) {
@@ -196,13 +202,12 @@ TEST(HostMainTest, EnvironmentErrorsExitOneBeforeTheLibraryStarts) {
 
 TEST(HostMainTest, ControlPrintsEveryReplyInOrder) {
     uvc_host_test::TempDir dir;
-    dir.write("msgs.txt",
-              "# brightness then hue\n{\"content\":{\"brightness\":\"get\"}}\n\n"
-              "{\"content\":{\"hue\":\"40\"}}\n{\"content\":{\"hue\":\"get\"}}\n");
     uvc_host_test::FakeState state;
-    ToolRun r = runTool({"control", "{\"content\":{\"gain\":\"get\"}}", "--file",
-                         dir.file("msgs.txt"), "--stream", "0:1"},
-                        &state);
+    ToolRun r = runTool({"control", "{\"content\":{\"gain\":\"get\"}}", "--file", "-",
+                         "--stream", "0:1"},
+                        &state,
+                        "# brightness then hue\n{\"content\":{\"brightness\":\"get\"}}\n\n"
+                        "{\"content\":{\"hue\":\"40\"}}\n{\"content\":{\"hue\":\"get\"}}");
     EXPECT_EQ(r.status, 0) << r.err;
     ASSERT_EQ(state.sent.size(), 4u);
     EXPECT_EQ(r.out,

@@ -44,10 +44,13 @@ protected:
     }
 
     // Runs uvc-host to its end; with `meanwhile`, runs it in the background
-    // and that shell text ($! is the tool) until it returns.
-    ToolRun run(const std::vector<std::string>& args, const std::string& meanwhile = "") {
-        std::string cmd =
-            hostCommand(args) + " >" + dir_.file("stdout") + " 2>" + dir_.file("stderr");
+    // and that shell text ($! is the tool) until it returns; with `input`,
+    // standard input comes from that file.
+    ToolRun run(const std::vector<std::string>& args, const std::string& meanwhile = "",
+                const std::string& input = "") {
+        std::string cmd = hostCommand(args) + " >" + dir_.file("stdout") + " 2>" +
+                          dir_.file("stderr") +
+                          (input.empty() ? "" : " <" + uvc_host::shellQuote(input));
         if (!meanwhile.empty()) {
             cmd += " & " + meanwhile;
         }
@@ -154,6 +157,9 @@ TEST_F(HostToolTest, EveryExamplePlaysQuietly) {
         // Warnings the scenario asked for (a lost connection) are no news.
         EXPECT_EQ(r.err, "") << name;
     }
+    ToolRun piped = run({"scenario", "-"}, "", UVC_EXAMPLES_DIR "/control-round-trip.scn");
+    EXPECT_EQ(piped.status, 0) << piped.out << piped.err;
+    EXPECT_NE(piped.out.find("scenario standard input:"), std::string::npos) << piped.out;
 #endif
 }
 

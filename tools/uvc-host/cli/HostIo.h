@@ -4,12 +4,14 @@
 
 namespace uvc_host {
 
-// Where a command writes: results to `out`, errors and warnings to `err`.
-// The library's own chatter never reaches `out` (see ConsoleRedirect).
+// Where a command writes: results to `out`, errors and warnings to `err`;
+// a file named "-" is read from `in`. The library's own chatter never
+// reaches `out` (see ConsoleRedirect).
 struct HostIo {
     FILE* out = stdout;
     FILE* err = stderr;
     bool errIsTerminal = false;
+    FILE* in = stdin;
 };
 
 // Exit statuses of every command.
