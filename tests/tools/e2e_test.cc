@@ -185,6 +185,36 @@ TEST_F(HostToolTest, FramesPipeThroughStandardOutputAndSigtermEndsWithTheSummary
     EXPECT_EQ(stopped.status, 143) << stopped.err;
     EXPECT_NE(stopped.out.find("(interrupted)"), std::string::npos) << stopped.out;
     EXPECT_NE(stopped.out.find("stream 0:0: ok"), std::string::npos) << stopped.out;
+
+    // A reader that has had enough: no SIGPIPE death, the summary and 141.
+    std::string cmd = "{ " +
+                      hostCommand({"stream", "--size", "16x8", "--duration", "60", "--output", "-",
+                                   "--no-progress"}) +
+                      " 2>" + dir_.file("stderr") + "; echo $? >" + dir_.file("status") +
+                      "; } | head -c 1 >/dev/null";
+    ASSERT_EQ(std::system(cmd.c_str()), 0);
+    std::vector<uint8_t> status = dir_.read("status"), err = dir_.read("stderr");
+    EXPECT_EQ(std::string(status.begin(), status.end()), "141\n");
+    std::string summary(err.begin(), err.end());
+    EXPECT_NE(summary.find("(ended: output closed by its reader)"), std::string::npos) << summary;
+}
+
+TEST_F(HostToolTest, HostBusyDropsAreCountedFromTheLibrarysWarnings) {
+    // A host that takes 200 ms per frame of a 30 fps stream: the library
+    // runs out of buffers and says so.
+    ToolRun r = run({"stream", "--size", "16x8", "--duration", "1.5", "--host-delay", "0:0=200",
+                     "--json"});
+    EXPECT_EQ(r.status, 1) << r.err;
+    EXPECT_NE(r.err.find("host busy"), std::string::npos) << r.err;
+    json_object* root = json_tokener_parse(r.out.c_str());
+    ASSERT_NE(root, nullptr) << r.out;
+    json_object *streams = nullptr, *dropped = nullptr, *hostBusy = nullptr;
+    ASSERT_TRUE(json_object_object_get_ex(root, "streams", &streams));
+    ASSERT_TRUE(json_object_object_get_ex(json_object_array_get_idx(streams, 0), "dropped",
+                                          &dropped));
+    ASSERT_TRUE(json_object_object_get_ex(dropped, "host_busy", &hostBusy));
+    EXPECT_GE(json_object_get_int(hostBusy), 1) << r.out;
+    json_object_put(root);
 }
 
 TEST_F(HostToolTest, ReportShowsH264PicturesThroughFfmpeg) {

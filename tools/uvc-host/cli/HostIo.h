@@ -16,6 +16,9 @@ struct HostIo {
 
 // Exit statuses of every command.
 // A run ended by SIGINT or SIGTERM exits with interruptExitStatus().
-enum ExitStatus { kExitOk = 0, kExitFailed = 1, kExitUsage = 2 };
+// kExitOutputClosed: a stream run ended because the reader of an output (a
+// pipe) closed it; 128 + SIGPIPE, as a shell reports a program that signal
+// ended, but after the summary.
+enum ExitStatus { kExitOk = 0, kExitFailed = 1, kExitUsage = 2, kExitOutputClosed = 141 };
 
 }  // namespace uvc_host
