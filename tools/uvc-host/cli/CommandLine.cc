@@ -88,6 +88,12 @@ layout the library reads from its frame root DIR:
 Files numbered N and above from an earlier, longer set are removed.
 )";
 
+const char kFormatsIntro[] =
+    R"(Lists the frame formats the library's frame source makes, the sizes and
+rates it takes and where the frames of each format come from, from the
+library's own limits.
+)";
+
 const char kScenarioIntro[] =
     R"(Plays FILE ("-": standard input), one JSON object per line (blank lines and
 # comments skipped).
@@ -287,6 +293,11 @@ CommandLine parseCommandLine(const std::vector<std::string>& args) {
     textOption(make, "--encoder", &ft.encoder, "PATH",
                "H.264: the ffmpeg to use (default: ffmpeg on PATH)");
 
+    CLI::App* formats = app.add_subcommand(
+        "formats", "list the frame formats, sizes and rates the library can produce");
+    formats->allow_extras();
+    formatter->add(formats, {"usage: uvc-host formats", kFormatsIntro, ""});
+
     ScenarioOptions& sc = result.scenario;
     std::vector<std::string> scenarioFiles;
     OptionText scenarioFramesDir;
@@ -356,6 +367,9 @@ CommandLine parseCommandLine(const std::vector<std::string>& args) {
             error = error.empty() ? checkFramesOptions(ft, &fo) : error;
         }
         result.command = CommandLine::Command::Frames;
+    } else if (formats->parsed()) {
+        command = "formats";
+        result.command = CommandLine::Command::Formats;
     } else if (scenario->parsed()) {
         command = "scenario";
         sc.framesDir = scenarioFramesDir.value;
