@@ -14,6 +14,7 @@ int main(int argc, char** argv) {
     std::vector<std::string> args(argv + 1, argv + argc);
     std::unique_ptr<uvc_host::ConsoleRedirect> console;
     uvc_host::HostEnvironment env;
+    env.program = argv[0];
     env.link = [](const uvc_host::LinkSettings& s) -> std::unique_ptr<uvc_host::UvcLink> {
         return std::make_unique<uvc_host::LibraryLink>(s);
     };

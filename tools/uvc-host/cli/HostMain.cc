@@ -2,6 +2,7 @@
 
 #include "cli/CommandLine.h"
 #include "media/FrameSetMaker.h"
+#include "media/OutputNaming.h"
 #include "session/ControlSession.h"
 #include "session/ScenarioRunner.h"
 #include "session/StreamSession.h"
@@ -21,8 +22,9 @@ int runFrames(const FramesOptions& options, const HostEnvironment& env) {
     }
     std::fprintf(io.out, "wrote %llu %s frames of %s to %s\n", (unsigned long long)options.count,
                  options.format->name, options.size.text().c_str(), directory.c_str());
-    std::fprintf(io.out, "play them: uvc-host stream --format %s --size %s --frames-dir %s\n",
-                 options.format->name, options.size.text().c_str(), options.dir.c_str());
+    std::fprintf(io.out, "play them: %s stream --format %s --size %s --frames-dir %s\n",
+                 shellQuote(env.program).c_str(), options.format->name,
+                 options.size.text().c_str(), shellQuote(options.dir).c_str());
     std::fflush(io.out);
     return kExitOk;
 }

@@ -307,7 +307,11 @@ int StreamSession::run() {
     report.interrupted = interruptRequested();
     std::vector<std::string> notes;
     bool pictured = writePictures(report, &notes) && writeTimingToStandardOutput();
-    report.outputClosed = outputClosed_ || standardOutputClosed_;
+    report.outputClosed = outputClosed_;
+    if (standardOutputClosed_) {
+        // After the run: the frames are all counted, only what followed them is cut.
+        notes.push_back("standard output was closed by its reader before all was written");
+    }
     FILE* summary = summaryStream();
     if (options_.json) {
         std::fprintf(summary, "%s\n", summaryJson(report).c_str());
@@ -321,7 +325,7 @@ int StreamSession::run() {
     if (report.interrupted) {
         return interruptExitStatus();
     }
-    if (report.outputClosed) {
+    if (report.outputClosed || standardOutputClosed_) {
         return kExitOutputClosed;
     }
     if (!pictured) {
