@@ -75,4 +75,11 @@ void LogCapture::clear() {
     gRecords.clear();
 }
 
+std::vector<LogRecord> LogCapture::take() {
+    std::lock_guard<std::mutex> lock(gMutex);
+    std::vector<LogRecord> taken;
+    taken.swap(gRecords);
+    return taken;
+}
+
 }  // namespace android_standin

@@ -2,7 +2,8 @@
 
 // A stand-in for the library behind UvcLink: a hot-plug event for a
 // streaming stream delivers `framesPerHotplug` frames at once, spaced one
-// frame period apart and a reply "stream changed". Control messages act on
+// frame period apart (or with periods left out, see skipEvery) and a reply
+// "stream changed". Control messages act on
 // a small settings table as the library's does: "get" entries are answered
 // one reply each, other entries write the value.
 
@@ -28,8 +29,10 @@ struct FakeState {
     uint64_t framesPerHotplug = 10;
     int64_t frameSize = -1;  // -1: the configured YUYV size, else this many bytes
     uint32_t pacingFps = 0;  // 0: the configured rate
+    uint64_t skipEvery = 0;  // every skipEvery-th frame period passes without a frame
     uint64_t recoveries = 0;
     std::map<uvc_host::StreamKey, int64_t> hostDelaysMs;
+    std::map<uvc_host::StreamKey, uint64_t> hostBusyDrops;
     bool failStart = false;
     bool started = false;
     bool stopped = false;
@@ -67,10 +70,14 @@ public:
                 s_->frameSize >= 0 ? uint32_t(s_->frameSize) : c.size.width * c.size.height * 2;
             uint32_t fps = s_->pacingFps ? s_->pacingFps : c.fps;
             std::vector<uint8_t> bytes(size, 0x80);
-            for (uint64_t i = 0; i < s_->framesPerHotplug; ++i) {
+            uint64_t period = 0;
+            for (uint64_t i = 0; i < s_->framesPerHotplug; ++i, ++period) {
+                if (s_->skipEvery > 0 && (period + 1) % s_->skipEvery == 0) {
+                    ++period;
+                }
                 uvc_host::FrameEvent e;
                 e.key = key;
-                e.monotonicNs = 1000000000ull + i * (1000000000ull / fps);
+                e.monotonicNs = 1000000000ull + period * (1000000000ull / fps);
                 e.size = size;
                 e.data = s_->settings.copyFrameBytes && size ? bytes.data() : nullptr;
                 if (sink_) {
@@ -113,6 +120,11 @@ public:
     void failSends(int n) override { s_->recoveries += n > 0 ? 1 : 0; }
     void setHostDelay(uvc_host::StreamKey key, std::chrono::milliseconds delay) override {
         s_->hostDelaysMs[key] = delay.count();
+    }
+    uvc_host::SourceLimits sourceLimits() const override { return {240, 0x7FFFFFFF, 8294400}; }
+    uint64_t hostBusyDrops(uvc_host::StreamKey key) const override {
+        auto it = s_->hostBusyDrops.find(key);
+        return it == s_->hostBusyDrops.end() ? 0 : it->second;
     }
     std::vector<uvc_host::SettingInfo> settings() const override {
         return {{"brightness", 0, 255, 1, 128},

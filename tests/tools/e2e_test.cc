@@ -44,10 +44,13 @@ protected:
     }
 
     // Runs uvc-host to its end; with `meanwhile`, runs it in the background
-    // and that shell text ($! is the tool) until it returns.
-    ToolRun run(const std::vector<std::string>& args, const std::string& meanwhile = "") {
-        std::string cmd =
-            hostCommand(args) + " >" + dir_.file("stdout") + " 2>" + dir_.file("stderr");
+    // and that shell text ($! is the tool) until it returns; with `input`,
+    // standard input comes from that file.
+    ToolRun run(const std::vector<std::string>& args, const std::string& meanwhile = "",
+                const std::string& input = "") {
+        std::string cmd = hostCommand(args) + " >" + dir_.file("stdout") + " 2>" +
+                          dir_.file("stderr") +
+                          (input.empty() ? "" : " <" + uvc_host::shellQuote(input));
         if (!meanwhile.empty()) {
             cmd += " & " + meanwhile;
         }
@@ -129,13 +132,17 @@ TEST_F(HostToolTest, SettingsByNameComeFromTheLibrarysTable) {
     ToolRun set = run({"control", "set", "brightness=40", "--json"});
     ASSERT_EQ(set.status, 0) << set.err;
     EXPECT_EQ(set.out, "{\"brightness\":40}\n");
+    // Each command starts a fresh library: what the last one set is gone.
+    EXPECT_EQ(run({"control", "get", "brightness", "--json"}).out, "{\"brightness\":null}\n");
     ToolRun list = run({"control", "list"});
     ASSERT_EQ(list.status, 0) << list.err;
-    EXPECT_EQ(std::count(list.out.begin(), list.out.end(), '\n'), 31) << list.out;
-    EXPECT_NE(
-        list.out.find("whiteBalanceTemp                           2000     7500    100     4500"),
-        std::string::npos)
-        << list.out;
+    EXPECT_EQ(std::count(list.out.begin(), list.out.end(), '\n'), 32) << list.out;
+    for (const char* row :
+         {"whiteBalanceTemp                       int      2000     7500    100     4500  not set\n",
+          "powerLineFrequency                     menu        0        2      1        2  not set  "
+          "0 disabled, 1 50 Hz, 2 60 Hz\n"}) {
+        EXPECT_NE(list.out.find(row), std::string::npos) << row << list.out;
+    }
     ToolRun unknown = run({"control", "get", "Brightness"});
     EXPECT_EQ(unknown.status, 1);
     EXPECT_NE(unknown.err.find("did you mean brightness?"), std::string::npos) << unknown.err;
@@ -150,6 +157,9 @@ TEST_F(HostToolTest, EveryExamplePlaysQuietly) {
         // Warnings the scenario asked for (a lost connection) are no news.
         EXPECT_EQ(r.err, "") << name;
     }
+    ToolRun piped = run({"scenario", "-"}, "", UVC_EXAMPLES_DIR "/control-round-trip.scn");
+    EXPECT_EQ(piped.status, 0) << piped.out << piped.err;
+    EXPECT_NE(piped.out.find("scenario standard input:"), std::string::npos) << piped.out;
 #endif
 }
 
@@ -175,6 +185,36 @@ TEST_F(HostToolTest, FramesPipeThroughStandardOutputAndSigtermEndsWithTheSummary
     EXPECT_EQ(stopped.status, 143) << stopped.err;
     EXPECT_NE(stopped.out.find("(interrupted)"), std::string::npos) << stopped.out;
     EXPECT_NE(stopped.out.find("stream 0:0: ok"), std::string::npos) << stopped.out;
+
+    // A reader that has had enough: no SIGPIPE death, the summary and 141.
+    std::string cmd = "{ " +
+                      hostCommand({"stream", "--size", "16x8", "--duration", "60", "--output", "-",
+                                   "--no-progress"}) +
+                      " 2>" + dir_.file("stderr") + "; echo $? >" + dir_.file("status") +
+                      "; } | head -c 1 >/dev/null";
+    ASSERT_EQ(std::system(cmd.c_str()), 0);
+    std::vector<uint8_t> status = dir_.read("status"), err = dir_.read("stderr");
+    EXPECT_EQ(std::string(status.begin(), status.end()), "141\n");
+    std::string summary(err.begin(), err.end());
+    EXPECT_NE(summary.find("(ended: output closed by its reader)"), std::string::npos) << summary;
+}
+
+TEST_F(HostToolTest, HostBusyDropsAreCountedFromTheLibrarysWarnings) {
+    // A host that takes 200 ms per frame of a 30 fps stream: the library
+    // runs out of buffers and says so.
+    ToolRun r = run({"stream", "--size", "16x8", "--duration", "1.5", "--host-delay", "0:0=200",
+                     "--json"});
+    EXPECT_EQ(r.status, 1) << r.err;
+    EXPECT_NE(r.err.find("host busy"), std::string::npos) << r.err;
+    json_object* root = json_tokener_parse(r.out.c_str());
+    ASSERT_NE(root, nullptr) << r.out;
+    json_object *streams = nullptr, *dropped = nullptr, *hostBusy = nullptr;
+    ASSERT_TRUE(json_object_object_get_ex(root, "streams", &streams));
+    ASSERT_TRUE(json_object_object_get_ex(json_object_array_get_idx(streams, 0), "dropped",
+                                          &dropped));
+    ASSERT_TRUE(json_object_object_get_ex(dropped, "host_busy", &hostBusy));
+    EXPECT_GE(json_object_get_int(hostBusy), 1) << r.out;
+    json_object_put(root);
 }
 
 TEST_F(HostToolTest, ReportShowsH264PicturesThroughFfmpeg) {

@@ -22,15 +22,22 @@ std::string parseError(const std::vector<std::string>& lines) {
     return error;
 }
 
-Outcome play(const std::string& script, uvc_host_test::FakeState* state, bool json = false) {
+// Plays `script` from the file s.txt, or with `file` "-" from standard input.
+Outcome play(const std::string& script, uvc_host_test::FakeState* state, bool json = false,
+             const std::string& file = "s.txt") {
     uvc_host_test::TempDir dir;
     dir.write("s.txt", script);
+    FILE* in = std::tmpfile();
+    std::fputs(script.c_str(), in);
+    std::rewind(in);
     ScenarioOptions o;
-    o.file = dir.file("s.txt");
+    o.file = file == "-" ? file : dir.file(file);
     o.json = json;
-    return uvc_host_test::captured([&](FILE* out, FILE* err) {
-        return ScenarioRunner(o, uvc_host_test::fakeFactory(state), {out, err, false}).run();
+    Outcome r = uvc_host_test::captured([&](FILE* out, FILE* err) {
+        return ScenarioRunner(o, uvc_host_test::fakeFactory(state), {out, err, false, in}).run();
     });
+    std::fclose(in);
+    return r;
 }
 
 }  // namespace
@@ -134,9 +141,13 @@ TEST(ScenarioRunnerTest, SignalEndsThePlayWithItsSummary) {
 
 TEST(ScenarioRunnerTest, MalformedFileRunsNothing) {
     uvc_host_test::FakeState state;
-    Outcome r = play("{\"wait_ms\":1}\n{\"hotplug\":{\"status\":\"four\"}}\n", &state);
+    const std::string script = "{\"wait_ms\":1}\n{\"hotplug\":{\"status\":\"four\"}}\n";
+    Outcome r = play(script, &state);
     EXPECT_EQ(r.status, 2);
     EXPECT_NE(r.err.find("s.txt:2: hotplug: \"status\""), std::string::npos) << r.err;
+    r = play(script, &state, false, "-");
+    EXPECT_EQ(r.status, 2);
+    EXPECT_NE(r.err.find("standard input:2: hotplug: \"status\""), std::string::npos) << r.err;
     EXPECT_FALSE(state.started);
 }
 

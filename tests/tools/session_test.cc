@@ -1,6 +1,8 @@
 #include <gtest/gtest.h>
 #include <json-c/json.h>
 
+#include <unistd.h>
+
 #include <algorithm>
 #include <csignal>
 
@@ -8,6 +10,7 @@
 #include "TempDir.h"
 #include "cli/CommandLine.h"
 #include "cli/Interrupt.h"
+#include "session/JsonText.h"
 #include "session/StreamSession.h"
 
 using namespace uvc_host;
@@ -24,6 +27,35 @@ Outcome runStream(const std::vector<std::string>& args, uvc_host_test::FakeState
         return StreamSession(parsed.stream, uvc_host_test::fakeFactory(state), {out, err, false})
             .run();
     });
+}
+
+// A JSON summary's first stream, or nullptr.
+json_object* firstStream(json_object* root) {
+    json_object* streams = nullptr;
+    if (!json_object_object_get_ex(root, "streams", &streams) ||
+        json_object_array_length(streams) == 0) {
+        return nullptr;
+    }
+    return json_object_array_get_idx(streams, 0);
+}
+
+// "a" or "a.b" of a JSON object; nullptr when absent (or null).
+json_object* member(json_object* o, const std::string& path) {
+    size_t dot = path.find('.');
+    json_object* v = nullptr;
+    if (!json_object_object_get_ex(o, path.substr(0, dot).c_str(), &v)) {
+        ADD_FAILURE() << "no " << path;
+        return nullptr;
+    }
+    return dot == std::string::npos ? v : member(v, path.substr(dot + 1));
+}
+
+double field(json_object* o, const std::string& path) {
+    return json_object_get_double(member(o, path));
+}
+
+bool isNull(json_object* o, const std::string& path) {
+    return member(o, path) == nullptr;
 }
 
 }  // namespace
@@ -51,38 +83,47 @@ TEST(StreamSessionTest, FramesModeStopsAtTheCountAndWritesEachStream) {
     EXPECT_TRUE((state.configs[StreamKey{1, 1}].streaming));
 }
 
-TEST(StreamSessionTest, JsonSummaryHoldsEveryField) {
+TEST(StreamSessionTest, JsonSummaryHoldsTheMeasuresAndDropsByCause) {
     uvc_host_test::FakeState state;
     state.framesPerHotplug = 5;
     state.recoveries = 2;
     Outcome r = runStream({"--frames", "5", "--json", "--size", "8x4", "--fps", "25"}, &state);
     EXPECT_EQ(r.status, 0) << r.err;
-    ASSERT_EQ(r.out.back(), '\n');
-    json_object* root = json_tokener_parse(r.out.c_str());
-    ASSERT_NE(root, nullptr) << r.out;
-    json_object* streams = nullptr;
-    ASSERT_TRUE(json_object_object_get_ex(root, "streams", &streams));
-    ASSERT_EQ(json_object_array_length(streams), 1u);
-    json_object* s = json_object_array_get_idx(streams, 0);
-    auto number = [&](const char* key) {
-        json_object* v = nullptr;
-        EXPECT_TRUE(json_object_object_get_ex(s, key, &v)) << key;
-        return json_object_get_double(v);
-    };
-    EXPECT_EQ(number("stream_id"), 0);
-    EXPECT_EQ(number("stream_idx"), 0);
-    EXPECT_EQ(number("frames"), 5);
-    EXPECT_EQ(number("empty_frames"), 0);
-    EXPECT_NEAR(number("achieved_fps"), 25, 0.01);
-    EXPECT_NEAR(number("interval_median_ms"), 40, 0.01);
-    EXPECT_NEAR(number("interval_p99_ms"), 40, 0.01);
-    EXPECT_NEAR(number("interval_max_ms"), 40, 0.01);
-    EXPECT_EQ(number("bytes"), 5 * 64);
-    EXPECT_EQ(number("recoveries"), 2);
-    json_object_put(root);
     // Nothing but the JSON object on the results stream.
-    EXPECT_EQ(r.out.find('\n'), r.out.size() - 1);
+    ASSERT_EQ(r.out.find('\n'), r.out.size() - 1) << r.out;
+    JsonPtr root(json_tokener_parse(r.out.c_str()));
+    json_object* s = firstStream(root.get());
+    ASSERT_NE(s, nullptr) << r.out;
+    EXPECT_EQ(field(s, "frames"), 5);
+    EXPECT_NEAR(field(s, "achieved_fps"), 25, 0.01);
+    EXPECT_NEAR(field(s, "interval_median_ms"), 40, 0.01);
+    EXPECT_NEAR(field(s, "interval_p99_ms"), 40, 0.01);
+    EXPECT_EQ(field(s, "bytes"), 5 * 64);
+    EXPECT_EQ(field(s, "recoveries"), 2);
+    EXPECT_EQ(field(s, "dropped.expected"), 5);
+    EXPECT_EQ(field(s, "dropped.library"), 0);
     EXPECT_FALSE(state.settings.copyFrameBytes);
+
+    // Ten frames over twelve periods: two missing. Without a host-busy
+    // warning they are the library's; with one they may not be.
+    uvc_host_test::FakeState gaps;
+    gaps.framesPerHotplug = 10;
+    gaps.skipEvery = 5;
+    std::vector<std::string> args = {"--frames", "10", "--json", "--fps-tolerance", "50"};
+    r = runStream(args, &gaps);
+    root.reset(json_tokener_parse(r.out.c_str()));
+    s = firstStream(root.get());
+    ASSERT_NE(s, nullptr) << r.out;
+    EXPECT_EQ(field(s, "dropped.expected"), 12);
+    EXPECT_EQ(field(s, "dropped.library"), 2);
+    EXPECT_EQ(field(s, "dropped.host_busy"), 0);
+    gaps.hostBusyDrops[StreamKey{0, 0}] = 1;
+    r = runStream(args, &gaps);
+    root.reset(json_tokener_parse(r.out.c_str()));
+    s = firstStream(root.get());
+    ASSERT_NE(s, nullptr) << r.out;
+    EXPECT_EQ(field(s, "dropped.host_busy"), 1);
+    EXPECT_TRUE(isNull(s, "dropped.library")) << r.out;
 }
 
 TEST(StreamSessionTest, FailsOnShortEmptyOrMistimedStreams) {
@@ -119,6 +160,20 @@ TEST(StreamSessionTest, FailsOnShortEmptyOrMistimedStreams) {
     Outcome lax = runStream(
         {"--frames", "10", "--fps", "60", "--no-progress", "--fps-tolerance", "60"}, &slow);
     EXPECT_EQ(lax.status, 0) << lax.out;
+    // One interval is a rate too.
+    slow.framesPerHotplug = 2;
+    Outcome two = runStream({"--frames", "2", "--fps", "60", "--no-progress"}, &slow);
+    EXPECT_EQ(two.status, 1);
+    EXPECT_NE(two.out.find("achieved 30.00 fps, configured 60"), std::string::npos) << two.out;
+
+    // Two frames at the right pace, then nothing for the rest of a second:
+    // the count to the end of the run fails it.
+    uvc_host_test::FakeState stalled;
+    stalled.framesPerHotplug = 2;
+    Outcome st = runStream({"--duration", "1", "--no-progress"}, &stalled);
+    EXPECT_EQ(st.status, 1);
+    EXPECT_NE(st.out.find("problem: received 2 of ~"), std::string::npos) << st.out;
+    EXPECT_EQ(st.out.find("configured"), std::string::npos) << st.out;  // the rate was right
 }
 
 TEST(StreamSessionTest, StandardOutputCarriesOnlyFramesAndSignalsEndWithTheSummary) {
@@ -129,6 +184,32 @@ TEST(StreamSessionTest, StandardOutputCarriesOnlyFramesAndSignalsEndWithTheSumma
     EXPECT_EQ(r.out, std::string(4 * 8 * 4 * 2, char(0x80)));
     EXPECT_NE(r.err.find("output standard output: 4 frames written"), std::string::npos) << r.err;
     EXPECT_EQ(r.err.find("play:"), std::string::npos) << r.err;
+    Outcome timing = runStream({"--frames", "4", "--size", "8x4", "--timing", "-"}, &state);
+    EXPECT_EQ(timing.status, 0) << timing.err;
+    EXPECT_EQ(timing.out.rfind("stream,index,arrival_ms,interval_ms,bytes\n", 0), 0u) << timing.out;
+    EXPECT_NE(timing.err.find("result: ok"), std::string::npos) << timing.err;
+
+    // A reader that closes its end ends the run at once, with the summary on
+    // stderr and a status of its own.
+    auto previous = std::signal(SIGPIPE, SIG_IGN);
+    int fds[2];
+    ASSERT_EQ(pipe(fds), 0);
+    close(fds[0]);
+    FILE* closed = fdopen(fds[1], "w");
+    CommandLine line =
+        parseCommandLine({"stream", "--duration", "60", "--size", "8x4", "--output", "-"});
+    Outcome c = uvc_host_test::captured([&](FILE*, FILE* err) {
+        return StreamSession(line.stream, uvc_host_test::fakeFactory(&state), {closed, err, false})
+            .run();
+    });
+    std::fclose(closed);
+    std::signal(SIGPIPE, previous);
+    EXPECT_EQ(c.status, 141);
+    EXPECT_NE(c.err.find("(ended: output closed by its reader)"), std::string::npos) << c.err;
+    EXPECT_EQ(c.err.find(", 60.0 s"), std::string::npos) << c.err;  // not the whole minute
+    EXPECT_NE(c.err.find("note: standard output was closed by its reader after 0 frames"),
+              std::string::npos)
+        << c.err;
 
     // A signal ends the run at once; the summary still comes, and the exit
     // status tells which signal it was.

@@ -1,8 +1,12 @@
 #include <gtest/gtest.h>
 
+#include <condition_variable>
+#include <mutex>
+
 #include "TempDir.h"
 #include "media/FrameWriter.h"
 #include "media/OutputNaming.h"
+#include "media/WriteQueue.h"
 
 using namespace uvc_host;
 
@@ -68,6 +72,47 @@ TEST(FrameWriterTest, UnwritablePathsReportTheReason) {
     }
     EXPECT_FALSE(full.close(&error));
     EXPECT_NE(error.find("/dev/full"), std::string::npos);
+}
+
+TEST(WriteQueueTest, AStalledWriterCostsThatOutputsFramesNotTheCaller) {
+    // The writer is held in its first write, as a stalled disk would hold it;
+    // output 1 fails at its first frame.
+    std::mutex mutex;
+    std::condition_variable released;
+    bool open = false;
+    std::vector<std::pair<size_t, int>> written;
+    WriteQueue queue(2, 2, [&](size_t output, const uint8_t* data, size_t) {
+        std::unique_lock<std::mutex> lock(mutex);
+        released.wait(lock, [&] { return open; });
+        written.emplace_back(output, data[0]);
+        return output == 0;
+    });
+    uint8_t frame[3] = {};
+    auto push = [&](size_t output, uint8_t mark) {
+        frame[0] = mark;  // the queue keeps a copy
+        return queue.push(output, frame, sizeof frame);
+    };
+    // A frame stays in its output's share until written, so whatever the
+    // writer thread has taken, two fit and the rest are counted.
+    EXPECT_TRUE(push(0, 1));
+    EXPECT_TRUE(push(0, 2));
+    EXPECT_FALSE(push(0, 3));
+    EXPECT_FALSE(push(0, 4));
+    EXPECT_TRUE(push(1, 5));  // a share of its own
+    EXPECT_TRUE(push(1, 6));
+    EXPECT_EQ(queue.notWritten(0), 2u);
+    {
+        std::lock_guard<std::mutex> lock(mutex);
+        open = true;
+    }
+    released.notify_all();
+    queue.finish();
+    // Frame 6 follows a failed one: discarded, not counted as not written.
+    EXPECT_EQ(written, (std::vector<std::pair<size_t, int>>{{0, 1}, {0, 2}, {1, 5}}));
+    EXPECT_EQ(queue.notWritten(1), 0u);
+    EXPECT_FALSE(push(0, 7));
+    // However large the frames, an output can queue two.
+    EXPECT_EQ(WriteQueue::depthFor(1000000, 8, 10000, 120), 2u);
 }
 
 TEST(OutputNamingTest, PerStreamNamesAndPlayCommands) {

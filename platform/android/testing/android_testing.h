@@ -27,6 +27,8 @@ public:
     // Records whose tag equals `tag`.
     std::vector<LogRecord> withTag(const std::string& tag) const;
     void clear();
+    // records() and clear() in one step: nothing logged in between is lost.
+    std::vector<LogRecord> take();
 };
 
 // Replaces or adds one property; an empty value removes it.

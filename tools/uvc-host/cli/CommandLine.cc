@@ -34,7 +34,9 @@ of it (through the compositor-bridge stand-in) and reports what arrives.
 const char kMainFooter[] =
     R"("uvc-host COMMAND --help" describes each command.
 exit status: 0 success, 1 failure (run or expectation), 2 usage error,
-130 ended by SIGINT (Ctrl-C), 143 ended by SIGTERM (both after the summary).
+130 ended by SIGINT (Ctrl-C), 143 ended by SIGTERM, 141 a stream run ended
+because the reader of its output closed it (all three after the summary).
+A file argument of "-" is standard input or output.
 )";
 
 const char kStreamIntro[] =
@@ -46,10 +48,19 @@ connection recoveries.
 
 const char kStreamFooter[] =
     R"(Ctrl-C (SIGINT) or SIGTERM ends the run early and still prints the summary;
-the exit status is then 130 or 143.
+the exit status is then 130 or 143. A reader that closes an output (a pipe
+such as --output - | player) ends the run too, after the summary (on stderr
+when the output was stdout); the exit status is then 141.
 The run passes (exit 0) when every stream received frames (with --frames:
-at least N in time), none of them empty, at an achieved rate within the
-tolerance of --fps (checked from 3 frames on), and all output was written.
+at least N in time; otherwise as many as --fps gives from its first frame to
+the end, less the tolerance), none of them empty, at an achieved rate within
+the tolerance of --fps, and every output could be written.
+Frames are written on a thread of their own: an output that cannot keep up
+loses frames (counted as "not written"), not the stream its pace, and does
+not fail the run. The summary counts dropped frames by cause: host busy (the
+library's own warnings), not written, and library (missing between the
+first and the last frame for other reasons; unknown when host-busy drops
+were reported, since the library reports those at most once a second).
 )";
 
 const char kControlIntro[] =
@@ -77,8 +88,15 @@ layout the library reads from its frame root DIR:
 Files numbered N and above from an earlier, longer set are removed.
 )";
 
+const char kFormatsIntro[] =
+    R"(Lists the frame formats the library's frame source makes, the sizes and
+rates it takes and where the frames of each format come from, from the
+library's own limits.
+)";
+
 const char kScenarioIntro[] =
-    R"(Plays FILE, one JSON object per line (blank lines and # comments skipped).
+    R"(Plays FILE ("-": standard input), one JSON object per line (blank lines and
+# comments skipped).
 Each line holds one action and may hold "at_ms": run at that time after the
 start (otherwise right after the previous line).
 
@@ -190,16 +208,17 @@ CommandLine parseCommandLine(const std::vector<std::string>& args) {
                "concatenated JPEG (MJPG) or Annex-B H.264; with several\n"
                "streams the key goes into the name (out-0_1.yuv);\n"
                "\"-\" writes to stdout (one stream; the summary then\n"
-               "goes to stderr, like the progress)");
+               "goes to stderr, like the progress); frames the output\n"
+               "cannot keep up with are dropped and counted");
     stream
         ->add_option("--save-frame", st.saveFrames,
-                     "save frame N (counted from 0) as a JPEG image;\n"
-                     "repeatable; not for H.264")
+                     "save frame N (counted from 0) as a JPEG image (\"-\":\n"
+                     "stdout); repeatable; not for H.264")
         ->type_name("N PATH");
     textOption(stream, "--timing", &st.timing, "FILE",
                "write one record per received frame: stream, index,\n"
                "arrival and interval in ms, bytes; CSV, or JSON lines\n"
-               "when FILE ends in .jsonl or .json");
+               "when FILE ends in .jsonl or .json; \"-\": CSV on stdout");
     textOption(stream, "--report", &st.report, "DIR",
                "write DIR/index.html: per stream the frame intervals\n"
                "over time and as a histogram, the summary and pictures\n"
@@ -242,7 +261,8 @@ CommandLine parseCommandLine(const std::vector<std::string>& args) {
     }
     textOption(control, "--file", &ct.file, "FILE",
                "also send the messages of FILE, one JSON object per\n"
-               "line (blank lines and lines starting with # skipped)");
+               "line (blank lines and lines starting with # skipped);\n"
+               "\"-\" reads standard input");
     textOption(control, "--stream", &ct.stream, "ID:IDX",
                "stream numbers passed with the messages (default 0:0)");
     textOption(control, "--wait", &ct.wait, "SEC", "how long each message may take (default 1)");
@@ -272,6 +292,11 @@ CommandLine parseCommandLine(const std::vector<std::string>& args) {
                "H.264: frame rate and key-frame interval (default 30)");
     textOption(make, "--encoder", &ft.encoder, "PATH",
                "H.264: the ffmpeg to use (default: ffmpeg on PATH)");
+
+    CLI::App* formats = app.add_subcommand(
+        "formats", "list the frame formats, sizes and rates the library can produce");
+    formats->allow_extras();
+    formatter->add(formats, {"usage: uvc-host formats", kFormatsIntro, ""});
 
     ScenarioOptions& sc = result.scenario;
     std::vector<std::string> scenarioFiles;
@@ -342,6 +367,9 @@ CommandLine parseCommandLine(const std::vector<std::string>& args) {
             error = error.empty() ? checkFramesOptions(ft, &fo) : error;
         }
         result.command = CommandLine::Command::Frames;
+    } else if (formats->parsed()) {
+        command = "formats";
+        result.command = CommandLine::Command::Formats;
     } else if (scenario->parsed()) {
         command = "scenario";
         sc.framesDir = scenarioFramesDir.value;

@@ -143,8 +143,22 @@ std::string crossCheck(const StreamTexts& in, StreamOptions* out) {
     if (out->jpeg && out->format->kind != FormatKind::Jpeg) {
         return "--jpeg applies to --format MJPG only";
     }
+    int toStandardOutput = (out->output == "-") + (out->timingFile == "-");
+    for (const SaveFrameRequest& r : out->saveFrames) {
+        toStandardOutput += r.path == "-";
+    }
+    if (toStandardOutput > 1) {
+        return "only one of --output, --timing and --save-frame can write to standard output (-)";
+    }
+    if (toStandardOutput > 0 && out->output != "-" && out->timingFile != "-" &&
+        out->streams.size() > 1) {
+        return "--save-frame N - takes one stream";
+    }
     if (out->output == "-" && out->streams.size() > 1) {
         return "--output - takes one stream";
+    }
+    if (out->reportDir == "-") {
+        return "--report takes a directory; a page with pictures cannot go to standard output";
     }
     if (!out->saveFrames.empty() && out->format->kind == FormatKind::H264) {
         return "--save-frame cannot decode H.264 frames; use --output and ffmpeg";

@@ -16,6 +16,7 @@ struct HostEnvironment {
     std::function<HostIo(bool verbose)> io;
     FILE* helpOut = stdout;
     FILE* usageErr = stderr;
+    std::string program = "uvc-host";  // as invoked, for command lines the tool prints
 };
 
 // The whole tool: args without the program name. Returns the exit status.

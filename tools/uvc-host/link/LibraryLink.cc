@@ -4,7 +4,9 @@
 
 #include "android_testing.h"
 #include "camera/CamSettingCollection.h"
+#include "client/StreamHandler.h"
 #include "hidl_uvc_client.h"
+#include "pipeline/DemoBuffer.h"
 #include "trevo_host.h"
 
 namespace uvc_host {
@@ -17,6 +19,19 @@ constexpr auto kStartTimeout = std::chrono::seconds(5);
 constexpr auto kHousekeepingPeriod = std::chrono::milliseconds(100);
 constexpr int kWarnPriority = 5;
 const char kDroppedConnection[] = "BUG: socket connection dropped";
+// The frame path's warning for frames it could not hand over because the
+// host still held every buffer.
+const char kDropTag[] = "ConvFactory";
+const char kHostBusyFormat[] = "Stream [%u] [%u]: host busy, %u frame(s) dropped";
+// StreamHandler refuses configurations whose buffer (4 bytes per pixel)
+// exceeds this; the constant is private to it.
+constexpr uint64_t kMaxBufferBytes = 0x7FFFFFFF;
+
+// As logcat's brief format has it.
+char priorityLetter(int priority) {
+    static const char kLetters[] = "??VDIWEFS";
+    return priority >= 0 && priority < int(sizeof kLetters) - 1 ? kLetters[priority] : '?';
+}
 
 trevo_standin::Host& host() {
     return trevo_standin::Host::instance();
@@ -53,9 +68,7 @@ bool LibraryLink::start(std::string* error) {
         hidl_uvc_client::setFrameFilesRoot(settings_.framesRoot);
     }
     hidl_uvc_client::setMjpegFileMode(!settings_.synthesiseJpeg);
-    if (!settings_.verbose) {
-        logCapture_ = std::make_unique<android_standin::LogCapture>();
-    }
+    logCapture_ = std::make_unique<android_standin::LogCapture>();
     loop_ = std::thread([] { hidl_uvc_client::init(false); });
     running_ = true;
     keeper_ = std::thread([this] { housekeeping(); });
@@ -76,21 +89,31 @@ void LibraryLink::housekeeping() {
 }
 
 void LibraryLink::forwardLog() {
-    // Quiet by default: the library logs every event at information
-    // priority; warnings and errors still reach the user.
     if (!logCapture_) {
         return;
     }
-    std::vector<android_standin::LogRecord> records = logCapture_->records();
-    logCapture_->clear();
-    for (const android_standin::LogRecord& r : records) {
+    for (const android_standin::LogRecord& r : logCapture_->take()) {
+        unsigned id = 0;
+        unsigned idx = 0;
+        unsigned dropped = 0;
+        if (r.tag == kDropTag &&
+            std::sscanf(r.text.c_str(), kHostBusyFormat, &id, &idx, &dropped) == 3) {
+            std::lock_guard<std::mutex> lock(dropsMutex_);
+            hostBusy_[StreamKey{uint8_t(id), uint8_t(idx)}] += dropped;
+        }
         if (r.text.rfind(kDroppedConnection, 0) == 0 && expectedDrops_ > 0) {
             --expectedDrops_;
             continue;
         }
-        if (r.priority >= kWarnPriority) {
-            std::fprintf(stderr, "%s/%s: %s\n", r.priority >= 6 ? "E" : "W", r.tag.c_str(),
-                         r.text.c_str());
+        // Quiet by default: the library logs every event at information
+        // priority; warnings and errors still reach the user.
+        if (settings_.verbose || r.priority >= kWarnPriority) {
+            std::string text = r.text;
+            while (!text.empty() && text.back() == '\n') {
+                text.pop_back();
+            }
+            std::fprintf(stderr, "%c/%s: %s\n", priorityLetter(r.priority), r.tag.c_str(),
+                         text.c_str());
         }
     }
 }
@@ -150,6 +173,20 @@ void LibraryLink::setHostDelay(StreamKey key, std::chrono::milliseconds delay) {
 void LibraryLink::failSends(int n) {
     expectedDrops_ += n;
     host().failSends(n);
+}
+
+SourceLimits LibraryLink::sourceLimits() const {
+    SourceLimits limits;
+    limits.maxFps = uint32_t(hidl_uvc_client::StreamHandler::kMaxFrameRate);
+    limits.maxBufferBytes = kMaxBufferBytes;
+    limits.maxFrameFileBytes = uvc_client::DemoBuffer::kMaxFrameFileBytes;
+    return limits;
+}
+
+uint64_t LibraryLink::hostBusyDrops(StreamKey key) const {
+    std::lock_guard<std::mutex> lock(dropsMutex_);
+    auto it = hostBusy_.find(key);
+    return it == hostBusy_.end() ? 0 : it->second;
 }
 
 std::vector<SettingInfo> LibraryLink::settings() const {

@@ -2,6 +2,7 @@
 
 #include <atomic>
 #include <condition_variable>
+#include <map>
 #include <memory>
 #include <mutex>
 #include <thread>
@@ -33,6 +34,8 @@ public:
     void failSends(int n) override;
     void setHostDelay(StreamKey key, std::chrono::milliseconds delay) override;
     std::vector<SettingInfo> settings() const override;
+    SourceLimits sourceLimits() const override;
+    uint64_t hostBusyDrops(StreamKey key) const override;
 
 private:
     void housekeeping();
@@ -46,7 +49,11 @@ private:
     std::condition_variable keeperWake_;
     bool stopping_ = false;
     bool running_ = false;
+    // The library's log passes through here, so that its drop warnings can
+    // be counted; what the user sees of it is printed from forwardLog().
     std::unique_ptr<android_standin::LogCapture> logCapture_;
+    mutable std::mutex dropsMutex_;
+    std::map<StreamKey, uint64_t> hostBusy_;
     // Lost connections the host caused on purpose (failSends); their
     // warnings are what was asked for, not news.
     std::atomic<int> expectedDrops_{0};

@@ -29,14 +29,27 @@ struct LinkConfig {
     bool streaming = true;
 };
 
+// What a setting never written reads as (a written -255 reads the same).
+constexpr int64_t kSettingNotSet = -255;
+
 // One row of the library's table of camera settings. The library does not
-// hold writes to the range; a setting never written reads -255.
+// hold writes to the range; a setting never written reads kSettingNotSet.
 struct SettingInfo {
     std::string name;
     int min = 0;
     int max = 0;
     int step = 0;
     int defaultValue = 0;
+};
+
+// What the library's frame source accepts, from its own limits.
+struct SourceLimits {
+    uint32_t maxFps = 0;
+    // Each frame buffer holds 4 bytes per pixel whatever the format; a
+    // configuration needing more than this is not started.
+    uint64_t maxBufferBytes = 0;
+    // Recorded frame files are read up to this many bytes; longer ones are cut.
+    uint64_t maxFrameFileBytes = 0;
 };
 
 // How the library is to be set up before it starts.
@@ -79,6 +92,13 @@ public:
     virtual void setHostDelay(StreamKey key, std::chrono::milliseconds delay) = 0;
     // The library's settings table, in name order; usable before start().
     virtual std::vector<SettingInfo> settings() const = 0;
+    // Usable before start().
+    virtual SourceLimits sourceLimits() const = 0;
+    // Frames of `key` the library dropped so far because the host still held
+    // every buffer, as its warnings report them. It warns at most once a
+    // second with the count since the last warning, so the drops of the last
+    // second may be missing.
+    virtual uint64_t hostBusyDrops(StreamKey key) const = 0;
 };
 
 using UvcLinkFactory = std::function<std::unique_ptr<UvcLink>(const LinkSettings&)>;

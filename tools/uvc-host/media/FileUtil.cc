@@ -101,6 +101,41 @@ bool readTextLines(const std::string& path, std::vector<std::string>* lines, std
     return true;
 }
 
+bool readTextInput(const std::string& path, FILE* standardInput, std::vector<std::string>* lines,
+                   std::string* error) {
+    if (path != "-") {
+        return readTextLines(path, lines, error);
+    }
+    std::string text;
+    char chunk[4096];
+    size_t n = 0;
+    while ((n = std::fread(chunk, 1, sizeof chunk, standardInput)) > 0) {
+        text.append(chunk, n);
+    }
+    if (std::ferror(standardInput)) {
+        *error = failure("read", "standard input");
+        return false;
+    }
+    size_t start = 0;
+    while (start < text.size()) {
+        size_t end = text.find('\n', start);
+        if (end == std::string::npos) {
+            end = text.size();
+        }
+        std::string line = text.substr(start, end - start);
+        if (!line.empty() && line.back() == '\r') {
+            line.pop_back();
+        }
+        lines->push_back(line);
+        start = end + 1;
+    }
+    return true;
+}
+
+std::string inputName(const std::string& path) {
+    return path == "-" ? "standard input" : path;
+}
+
 std::string findOnPath(const std::string& name) {
     const char* env = std::getenv("PATH");
     std::string dirs = env ? env : "";

@@ -42,12 +42,19 @@ bool FrameWriter::open(const std::string& path, const VideoFormat& format, Frame
 
 bool FrameWriter::put(const uint8_t* data, size_t length) {
     if (std::fwrite(data, 1, length, file_.get()) != length) {
-        error_ = "cannot write " + path_ + ": " + std::strerror(errno);
+        fail(errno);
         file_.reset();
         return false;
     }
     bytes_ += length;
     return true;
+}
+
+void FrameWriter::fail(int err) {
+    closedByReader_ = err == EPIPE;
+    error_ = closedByReader_
+                 ? path_ + " was closed by its reader after " + std::to_string(written_) + " frames"
+                 : "cannot write " + path_ + ": " + std::strerror(err);
 }
 
 bool FrameWriter::write(const uint8_t* data, size_t length) {
@@ -80,6 +87,13 @@ bool FrameWriter::write(const uint8_t* data, size_t length) {
     if (!put(data, length)) {
         return false;
     }
+    // A player reading standard output shows each frame as it comes, and a
+    // reader that left is noticed at this frame, not a buffer later.
+    if (!file_.get_deleter().owned && std::fflush(file_.get()) != 0) {
+        fail(errno);
+        file_.reset();
+        return false;
+    }
     ++written_;
     return true;
 }
@@ -90,8 +104,11 @@ bool FrameWriter::close(std::string* error) {
         FILE* f = file_.release();
         bool flushed = std::fflush(f) == 0;
         int err = errno;
-        if ((owned && std::fclose(f) != 0) || !flushed) {
-            error_ = "cannot write " + path_ + ": " + std::strerror(flushed ? errno : err);
+        if (!flushed) {
+            fail(err);
+        }
+        if (owned && std::fclose(f) != 0 && flushed) {
+            fail(errno);
         }
     }
     if (!error_.empty()) {

@@ -26,7 +26,7 @@ public:
     // stays open.
     bool open(const std::string& path, const VideoFormat& format, FrameSize size,
               std::string* error, FILE* standardOutput = stdout);
-    // False once writing failed; the first failure is kept in error().
+    // False once writing failed; the first failure is kept for close().
     bool write(const uint8_t* data, size_t length);
     // Flushes and closes; false when anything could not be written.
     bool close(std::string* error);
@@ -35,9 +35,13 @@ public:
     uint64_t framesWritten() const { return written_; }
     uint64_t framesSkipped() const { return skipped_; }
     uint64_t bytesWritten() const { return bytes_; }
+    // Writing failed because the reading end of a pipe was closed (EPIPE):
+    // the reader has had enough, which ends a run rather than failing it.
+    bool closedByReader() const { return closedByReader_; }
 
 private:
     bool put(const uint8_t* data, size_t length);
+    void fail(int err);  // keeps why writing ended
 
     // Closes files it opened; standard output is only flushed.
     struct FileCloser {
@@ -53,6 +57,7 @@ private:
     uint64_t written_ = 0;
     uint64_t skipped_ = 0;
     uint64_t bytes_ = 0;
+    bool closedByReader_ = false;
     std::string error_;
 };
 

@@ -1,6 +1,7 @@
 #include "media/VideoFormat.h"
 
 #include <cstring>
+#include <iterator>
 
 namespace uvc_host {
 
@@ -11,13 +12,20 @@ constexpr uint32_t fourcc(const char (&c)[5]) {
            uint32_t(uint8_t(c[3])) << 24;
 }
 
+const char kPattern[] = "a test pattern (rows of rising values)";
+const char kH264Files[] = "frame files DIR/W_H/frameN, one access unit each";
+
 const VideoFormat kFormats[] = {
-    {"YUYV", fourcc("YUYV"), FormatKind::Raw, "yuyv422"},
-    {"YU12", fourcc("YU12"), FormatKind::Raw, "yuv420p"},
-    {"NV12", fourcc("NV12"), FormatKind::Raw, "nv12"},
-    {"MJPG", fourcc("MJPG"), FormatKind::Jpeg, "mjpeg"},
-    {"H264", fourcc("H264"), FormatKind::H264, "h264"},
-    {"S264", fourcc("S264"), FormatKind::H264, "h264"},
+    {"YUYV", fourcc("YUYV"), FormatKind::Raw, "yuyv422", "4:2:2 packed, 2 bytes per pixel",
+     kPattern},
+    {"YU12", fourcc("YU12"), FormatKind::Raw, "yuv420p", "4:2:0 planar, 1.5 bytes per pixel",
+     kPattern},
+    {"NV12", fourcc("NV12"), FormatKind::Raw, "nv12", "4:2:0 semi-planar, 1.5 bytes per pixel",
+     kPattern},
+    {"MJPG", fourcc("MJPG"), FormatKind::Jpeg, "mjpeg", "one JPEG image per frame",
+     "frame files DIR/mjpeg/W_H/frameN.jpg, or the pattern (--jpeg)"},
+    {"H264", fourcc("H264"), FormatKind::H264, "h264", "H.264 Annex B", kH264Files},
+    {"S264", fourcc("S264"), FormatKind::H264, "h264", "H.264 Annex B", kH264Files},
 };
 
 }  // namespace
@@ -48,6 +56,14 @@ const VideoFormat* findFormat(uint32_t code) {
         }
     }
     return nullptr;
+}
+
+const VideoFormat* formatsBegin() {
+    return std::begin(kFormats);
+}
+
+const VideoFormat* formatsEnd() {
+    return std::end(kFormats);
 }
 
 std::string formatNames() {

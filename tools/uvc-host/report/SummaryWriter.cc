@@ -30,7 +30,10 @@ void addString(json_object* o, const char* key, const std::string& v) {
 void writeTextSummary(FILE* out, const RunReport& report) {
     const StreamOptions& o = *report.options;
     std::fprintf(out, "\n%s %s at %u fps, %.1f s%s\n", o.size.text().c_str(), o.format->name, o.fps,
-                 report.elapsedSec, report.interrupted ? " (interrupted)" : "");
+                 report.elapsedSec,
+                 report.interrupted    ? " (interrupted)"
+                 : report.outputClosed ? " (ended: output closed by its reader)"
+                                       : "");
     for (const StreamResult& s : report.streams) {
         const StatsSummary& st = s.stats;
         std::fprintf(out, "stream %s: %s\n", s.key.text().c_str(),
@@ -42,6 +45,12 @@ void writeTextSummary(FILE* out, const RunReport& report) {
                      st.intervalMedianMs, st.intervalP99Ms, st.intervalMaxMs);
         std::fprintf(out, "  bytes %llu (%.1f MB), recoveries %llu\n", (unsigned long long)st.bytes,
                      double(st.bytes) / 1e6, (unsigned long long)report.recoveries);
+        const DropCounts& d = s.dropped;
+        // Host-busy drops of the last second may be unreported yet.
+        std::string library = d.library >= 0 ? std::to_string(d.library) : "unknown (see host busy)";
+        std::fprintf(out, "  dropped: host busy %llu, not written %llu, library %s\n",
+                     (unsigned long long)d.hostBusy, (unsigned long long)d.notWritten,
+                     library.c_str());
         if (!s.output.empty()) {
             std::fprintf(out, "  output %s: %llu frames written, %llu skipped\n", s.output.c_str(),
                          (unsigned long long)s.framesWritten, (unsigned long long)s.framesSkipped);
@@ -55,6 +64,9 @@ void writeTextSummary(FILE* out, const RunReport& report) {
                 std::fprintf(out, "  frame %llu saved as %s\n", (unsigned long long)f.index,
                              f.path.c_str());
             }
+        }
+        for (const std::string& n : s.notes) {
+            std::fprintf(out, "  note: %s\n", n.c_str());
         }
         for (const std::string& p : s.problems) {
             std::fprintf(out, "  problem: %s\n", p.c_str());
@@ -78,6 +90,7 @@ std::string summaryJson(const RunReport& report) {
     addDouble(root, "elapsed_s", report.elapsedSec);
     addInt(root, "recoveries", int64_t(report.recoveries));
     json_object_object_add(root, "interrupted", json_object_new_boolean(report.interrupted));
+    json_object_object_add(root, "output_closed", json_object_new_boolean(report.outputClosed));
     json_object_object_add(root, "ok", json_object_new_boolean(report.passed()));
     json_object* streams = json_object_new_array();
     for (const StreamResult& s : report.streams) {
@@ -94,6 +107,14 @@ std::string summaryJson(const RunReport& report) {
         addDouble(js, "interval_max_ms", st.intervalMaxMs);
         addInt(js, "bytes", int64_t(st.bytes));
         addInt(js, "recoveries", int64_t(report.recoveries));
+        json_object* dropped = json_object_new_object();
+        addInt(dropped, "host_busy", int64_t(s.dropped.hostBusy));
+        addInt(dropped, "not_written", int64_t(s.dropped.notWritten));
+        json_object_object_add(dropped, "library",
+                               s.dropped.library >= 0 ? json_object_new_int64(s.dropped.library)
+                                                      : nullptr);
+        addInt(dropped, "expected", int64_t(s.dropped.expected));
+        json_object_object_add(js, "dropped", dropped);
         if (!s.output.empty()) {
             addString(js, "output", s.output);
             addInt(js, "frames_written", int64_t(s.framesWritten));
@@ -105,6 +126,11 @@ std::string summaryJson(const RunReport& report) {
             json_object_array_add(problems, json_object_new_string(p.c_str()));
         }
         json_object_object_add(js, "problems", problems);
+        json_object* notes = json_object_new_array();
+        for (const std::string& n : s.notes) {
+            json_object_array_add(notes, json_object_new_string(n.c_str()));
+        }
+        json_object_object_add(js, "notes", notes);
         json_object_array_add(streams, js);
     }
     json_object_object_add(root, "streams", streams);

@@ -56,6 +56,21 @@ std::string jsonLine(const StreamTrace& t, size_t i, uint64_t startNs) {
 
 bool writeTiming(const std::string& path, const std::vector<StreamTrace>& traces,
                  std::string* error) {
+    std::unique_ptr<FILE, FileCloser> file(std::fopen(path.c_str(), "w"));
+    if (!file) {
+        *error = "cannot write " + path + ": " + std::strerror(errno);
+        return false;
+    }
+    if (!writeTiming(file.get(), endsWith(path, ".jsonl") || endsWith(path, ".json"), traces,
+                     error)) {
+        *error = "cannot write " + path + ": " + std::strerror(errno);
+        return false;
+    }
+    return true;
+}
+
+bool writeTiming(FILE* out, bool json, const std::vector<StreamTrace>& traces,
+                 std::string* error) {
     std::vector<Record> records;
     uint64_t startNs = UINT64_MAX;
     for (size_t s = 0; s < traces.size(); ++s) {
@@ -66,30 +81,24 @@ bool writeTiming(const std::string& path, const std::vector<StreamTrace>& traces
     }
     std::stable_sort(records.begin(), records.end(),
                      [](const Record& a, const Record& b) { return a.arrivalNs < b.arrivalNs; });
-    std::unique_ptr<FILE, FileCloser> file(std::fopen(path.c_str(), "w"));
-    if (!file) {
-        *error = "cannot write " + path + ": " + std::strerror(errno);
-        return false;
-    }
-    bool json = endsWith(path, ".jsonl") || endsWith(path, ".json");
     if (!json) {
-        std::fputs("stream,index,arrival_ms,interval_ms,bytes\n", file.get());
+        std::fputs("stream,index,arrival_ms,interval_ms,bytes\n", out);
     }
     for (const Record& r : records) {
         const StreamTrace& t = traces[r.stream];
         if (json) {
-            std::fprintf(file.get(), "%s\n", jsonLine(t, r.index, startNs).c_str());
+            std::fprintf(out, "%s\n", jsonLine(t, r.index, startNs).c_str());
             continue;
         }
-        std::fprintf(file.get(), "%s,%zu,%.3f,", t.key.text().c_str(), r.index,
+        std::fprintf(out, "%s,%zu,%.3f,", t.key.text().c_str(), r.index,
                      ms(r.arrivalNs - startNs));
         if (r.index > 0 && t.arrivalsNs[r.index] >= t.arrivalsNs[r.index - 1]) {
-            std::fprintf(file.get(), "%.3f", ms(t.arrivalsNs[r.index] - t.arrivalsNs[r.index - 1]));
+            std::fprintf(out, "%.3f", ms(t.arrivalsNs[r.index] - t.arrivalsNs[r.index - 1]));
         }
-        std::fprintf(file.get(), ",%u\n", unsigned(t.sizes[r.index]));
+        std::fprintf(out, ",%u\n", unsigned(t.sizes[r.index]));
     }
-    if (std::fflush(file.get()) != 0 || std::ferror(file.get())) {
-        *error = "cannot write " + path + ": " + std::strerror(errno);
+    if (std::fflush(out) != 0 || std::ferror(out)) {
+        *error = std::string("cannot write standard output: ") + std::strerror(errno);
         return false;
     }
     return true;

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <cstdio>
 #include <string>
 #include <vector>
 
@@ -21,6 +22,10 @@ struct StreamTrace {
 // frame; no interval for a stream's first frame) and bytes. CSV with a
 // header line, or JSON lines when the path ends in ".jsonl" or ".json".
 bool writeTiming(const std::string& path, const std::vector<StreamTrace>& traces,
+                 std::string* error);
+// The same into an open stream (standard output), CSV or JSON lines; on
+// failure errno tells why.
+bool writeTiming(FILE* out, bool jsonLines, const std::vector<StreamTrace>& traces,
                  std::string* error);
 
 }  // namespace uvc_host

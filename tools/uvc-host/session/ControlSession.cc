@@ -26,7 +26,8 @@ int ControlSession::loadMessages() {
     }
     std::vector<std::string> lines;
     std::string error;
-    if (!readTextLines(options_.file, &lines, &error)) {
+    const std::string name = inputName(options_.file);
+    if (!readTextInput(options_.file, io_.in, &lines, &error)) {
         std::fprintf(io_.err, "uvc-host control: %s\n", error.c_str());
         return kExitFailed;
     }
@@ -39,14 +40,14 @@ int ControlSession::loadMessages() {
         }
         std::string why;
         if (!isJsonObject(line, &why)) {
-            std::fprintf(io_.err, "uvc-host control: %s:%zu: not valid JSON: %s\n",
-                         options_.file.c_str(), i + 1, why.c_str());
+            std::fprintf(io_.err, "uvc-host control: %s:%zu: not valid JSON: %s\n", name.c_str(),
+                         i + 1, why.c_str());
             return kExitUsage;
         }
         options_.messages.push_back(line);
     }
     if (options_.messages.empty()) {
-        std::fprintf(io_.err, "uvc-host control: %s holds no message\n", options_.file.c_str());
+        std::fprintf(io_.err, "uvc-host control: %s holds no message\n", name.c_str());
         return kExitUsage;
     }
     return kExitOk;

@@ -96,7 +96,7 @@ bool ScenarioRunner::expect(UvcLink& link, const ScenarioEvent& e, std::string* 
 }
 
 bool ScenarioRunner::perform(UvcLink& link, const ScenarioEvent& e) {
-    std::string where = options_.file + ":" + std::to_string(e.line) + ": ";
+    std::string where = inputName(options_.file) + ":" + std::to_string(e.line) + ": ";
     switch (e.kind) {
         case ScenarioEvent::Kind::Configure: {
             LinkConfig c{e.size, e.fps, e.format->fourcc, e.streaming};
@@ -156,13 +156,14 @@ bool ScenarioRunner::perform(UvcLink& link, const ScenarioEvent& e) {
 int ScenarioRunner::run() {
     std::vector<std::string> lines;
     std::string error;
-    if (!readTextLines(options_.file, &lines, &error)) {
+    const std::string name = inputName(options_.file);
+    if (!readTextInput(options_.file, io_.in, &lines, &error)) {
         std::fprintf(io_.err, "uvc-host scenario: %s\n", error.c_str());
         return kExitFailed;
     }
     std::vector<ScenarioEvent> events;
     if (!parseScenario(lines, &events, &error)) {
-        std::fprintf(io_.err, "uvc-host scenario: %s:%s\n", options_.file.c_str(), error.c_str());
+        std::fprintf(io_.err, "uvc-host scenario: %s:%s\n", name.c_str(), error.c_str());
         return kExitUsage;
     }
     LinkSettings settings;
@@ -195,7 +196,7 @@ int ScenarioRunner::run() {
     link->stop();
     if (options_.json) {
         JsonPtr root(json_object_new_object());
-        json_object_object_add(root.get(), "file", json_object_new_string(options_.file.c_str()));
+        json_object_object_add(root.get(), "file", json_object_new_string(name.c_str()));
         json_object_object_add(root.get(), "events", json_object_new_int(int(events.size())));
         json_object_object_add(root.get(), "expectations", json_object_new_int(expectations));
         json_object_object_add(root.get(), "failed", json_object_new_int(failures));
@@ -208,7 +209,7 @@ int ScenarioRunner::run() {
                          root.get(), JSON_C_TO_STRING_PLAIN | JSON_C_TO_STRING_NOSLASHESCAPE));
     } else {
         std::fprintf(io_.out, "scenario %s: %d events, %d expectations, %d failed%s\n",
-                     options_.file.c_str(), int(events.size()), expectations, failures,
+                     name.c_str(), int(events.size()), expectations, failures,
                      interruptRequested() ? " (interrupted)" : "");
     }
     std::fflush(io_.out);

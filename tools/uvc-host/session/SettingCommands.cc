@@ -75,6 +75,60 @@ size_t editDistance(const std::string& a, const std::string& b) {
     return row[b.size()];
 }
 
+// Menu entries of the controls that have them, as the USB video class
+// defines them; the library's table holds numbers only.
+struct MenuItem {
+    int value;
+    const char* name;
+};
+
+std::vector<MenuItem> menuItems(const SettingInfo& s) {
+    static const MenuItem kPowerLine[] = {{0, "disabled"}, {1, "50 Hz"}, {2, "60 Hz"}, {3, "auto"}};
+    static const MenuItem kAeMode[] = {
+        {1, "manual"}, {2, "auto"}, {4, "shutter priority"}, {8, "aperture priority"}};
+    std::vector<MenuItem> items;
+    if (s.name == "powerLineFrequency") {
+        for (const MenuItem& m : kPowerLine) {
+            if (m.value >= s.min && m.value <= s.max) {
+                items.push_back(m);
+            }
+        }
+    } else if (s.name == "aeMode") {
+        // The step of the AE mode holds the modes offered, one bit each.
+        for (const MenuItem& m : kAeMode) {
+            if ((s.step & m.value) != 0) {
+                items.push_back(m);
+            }
+        }
+    }
+    return items;
+}
+
+const char* typeName(const SettingInfo& s) {
+    if (!menuItems(s).empty()) {
+        return "menu";
+    }
+    return s.min == 0 && s.max == 1 ? "bool" : "int";
+}
+
+// "40", "2 (60 Hz)" or "not set".
+std::string valueText(const SettingInfo* s, int64_t value) {
+    if (value == kSettingNotSet) {
+        return "not set";
+    }
+    std::string text = std::to_string(value);
+    for (const MenuItem& m : s ? menuItems(*s) : std::vector<MenuItem>()) {
+        if (m.value == value) {
+            text += std::string(" (") + m.name + ")";
+        }
+    }
+    return text;
+}
+
+json_object* jsonValue(int64_t value) {
+    return value == kSettingNotSet ? nullptr : json_object_new_int64(value);
+}
+
 std::string json(json_object* o) {
     std::string text =
         json_object_to_json_string_ext(o, JSON_C_TO_STRING_PLAIN | JSON_C_TO_STRING_NOSLASHESCAPE);
@@ -212,16 +266,25 @@ int SettingCommands::run(UvcLink& link) {
     return kExitOk;
 }
 
+const SettingInfo* SettingCommands::row(const std::string& name) const {
+    for (const SettingInfo& s : table_) {
+        if (s.name == name) {
+            return &s;
+        }
+    }
+    return nullptr;
+}
+
 void SettingCommands::print(const std::vector<Value>& values) {
     if (options_.json) {
         json_object* root = json_object_new_object();
         for (const Value& v : values) {
-            json_object_object_add(root, v.name.c_str(), json_object_new_int64(v.value));
+            json_object_object_add(root, v.name.c_str(), jsonValue(v.value));
         }
         std::fprintf(io_.out, "%s\n", json(root).c_str());
     } else {
         for (const Value& v : values) {
-            std::fprintf(io_.out, "%s: %lld\n", v.name.c_str(), (long long)v.value);
+            std::fprintf(io_.out, "%s: %s\n", v.name.c_str(), valueText(row(v.name), v.value).c_str());
         }
     }
     std::fflush(io_.out);
@@ -234,11 +297,23 @@ void SettingCommands::printTable(const std::vector<int64_t>& current) {
             const SettingInfo& s = table_[i];
             json_object* row = json_object_new_object();
             json_object_object_add(row, "name", json_object_new_string(s.name.c_str()));
+            json_object_object_add(row, "type", json_object_new_string(typeName(s)));
             json_object_object_add(row, "min", json_object_new_int64(s.min));
             json_object_object_add(row, "max", json_object_new_int64(s.max));
             json_object_object_add(row, "step", json_object_new_int64(s.step));
             json_object_object_add(row, "default", json_object_new_int64(s.defaultValue));
-            json_object_object_add(row, "current", json_object_new_int64(current[i]));
+            json_object_object_add(row, "current", jsonValue(current[i]));
+            std::vector<MenuItem> items = menuItems(s);
+            if (!items.empty()) {
+                json_object* menu = json_object_new_array();
+                for (const MenuItem& m : items) {
+                    json_object* item = json_object_new_object();
+                    json_object_object_add(item, "value", json_object_new_int(m.value));
+                    json_object_object_add(item, "name", json_object_new_string(m.name));
+                    json_object_array_add(menu, item);
+                }
+                json_object_object_add(row, "menu", menu);
+            }
             json_object_array_add(rows, row);
         }
         json_object* root = json_object_new_object();
@@ -251,14 +326,23 @@ void SettingCommands::printTable(const std::vector<int64_t>& current) {
     for (const SettingInfo& s : table_) {
         width = std::max(width, int(s.name.size()));
     }
-    std::fprintf(io_.out, "%-*s %8s %8s %6s %8s %8s\n", width, "name", "min", "max", "step",
-                 "default", "current");
+    std::fprintf(io_.out, "%-*s %-4s %8s %8s %6s %8s %8s  %s\n", width, "name", "type", "min", "max",
+                 "step", "default", "current", "menu");
     for (size_t i = 0; i < table_.size(); ++i) {
         const SettingInfo& s = table_[i];
-        std::fprintf(io_.out, "%-*s %8d %8d %6d %8d %8lld\n", width, s.name.c_str(), s.min, s.max,
-                     s.step, s.defaultValue, (long long)current[i]);
+        std::string menu;
+        for (const MenuItem& m : menuItems(s)) {
+            menu += (menu.empty() ? "  " : ", ") + std::to_string(m.value) + " " + m.name;
+        }
+        std::string value =
+            current[i] == kSettingNotSet ? "not set" : std::to_string(current[i]);
+        std::fprintf(io_.out, "%-*s %-4s %8d %8d %6d %8d %8s%s\n", width, s.name.c_str(),
+                     typeName(s), s.min, s.max, s.step, s.defaultValue, value.c_str(),
+                     menu.c_str());
     }
-    std::fprintf(io_.out, "(current -255: never written)\n");
+    std::fprintf(io_.out,
+                 "(not set: never written; each uvc-host command starts a fresh library, so\n"
+                 " only what the same command wrote reads back)\n");
     std::fflush(io_.out);
 }
 

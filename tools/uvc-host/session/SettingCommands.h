@@ -31,6 +31,7 @@ private:
 
     bool read(UvcLink& link, const std::string& name, int64_t* value);
     bool send(UvcLink& link, const std::string& message);
+    const SettingInfo* row(const std::string& name) const;  // nullptr: not in the table
     void print(const std::vector<Value>& values);
     void printTable(const std::vector<int64_t>& current);
 

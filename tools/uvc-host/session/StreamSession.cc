@@ -26,6 +26,10 @@ using Clock = std::chrono::steady_clock;
 constexpr auto kEventTimeout = std::chrono::seconds(5);
 constexpr auto kPollPeriod = std::chrono::milliseconds(20);
 constexpr int kSavedJpegQuality = 90;
+// Frames waiting to be written may take this much memory in all: about a
+// second of 1280x720 YUYV at 30 fps, enough to ride out a disk's stalls.
+constexpr uint64_t kQueueBudgetBytes = uint64_t(64) << 20;
+constexpr size_t kMaxQueueDepth = 120;  // frames per output
 // The client's own default frame root.
 const char kDefaultFrameRoot[] = "/data/h264_frames";
 constexpr int kStreamChangedStatus = 4;
@@ -34,10 +38,33 @@ double secondsSince(Clock::time_point start) {
     return std::chrono::duration<double>(Clock::now() - start).count();
 }
 
+bool isStandardStream(const std::string& path) {
+    return path == "-";
+}
+
+// RunPictures writes files only; timing records for standard output are
+// written here.
+StreamOptions picturesOptions(StreamOptions options) {
+    if (isStandardStream(options.timingFile)) {
+        options.timingFile.clear();
+    }
+    return options;
+}
+
+// The size of a frame to budget the write queue with; compressed frames
+// are taken at one byte per pixel, more than the library's ever are.
+uint64_t frameBytesEstimate(const StreamOptions& o) {
+    uint64_t raw = o.format->rawFrameBytes(o.size.width, o.size.height);
+    return raw > 0 ? raw : uint64_t(o.size.width) * o.size.height;
+}
+
 }  // namespace
 
 StreamSession::StreamSession(const StreamOptions& options, UvcLinkFactory factory, HostIo io)
-    : options_(options), factory_(std::move(factory)), io_(io), pictures_(options) {
+    : options_(options),
+      factory_(std::move(factory)),
+      io_(io),
+      pictures_(picturesOptions(options)) {
     for (const StreamKey& key : options_.streams) {
         auto s = std::make_unique<Stream>();
         s->key = key;
@@ -84,10 +111,18 @@ bool StreamSession::checkFrameFiles() {
 }
 
 bool StreamSession::openOutputs() {
+    for (const SaveFrameRequest& r : options_.saveFrames) {
+        if (isStandardStream(r.path) && isatty(fileno(io_.out))) {
+            std::fprintf(io_.err,
+                         "uvc-host: standard output is a terminal; pipe --save-frame N - into a "
+                         "file or a viewer\n");
+            return false;
+        }
+    }
     if (options_.output.empty()) {
         return true;
     }
-    if (options_.output == "-" && isatty(fileno(io_.out))) {
+    if (isStandardStream(options_.output) && isatty(fileno(io_.out))) {
         std::fprintf(io_.err,
                      "uvc-host: standard output is a terminal; pipe --output - into a player "
                      "or a file\n");
@@ -111,7 +146,8 @@ void StreamSession::onFrame(const FrameEvent& frame) {
     if (!accepting_) {
         return;
     }
-    for (auto& s : streams_) {
+    for (size_t i = 0; i < streams_.size(); ++i) {
+        Stream* s = streams_[i].get();
         if (!(s->key == frame.key)) {
             continue;
         }
@@ -119,11 +155,13 @@ void StreamSession::onFrame(const FrameEvent& frame) {
             return;
         }
         uint64_t index = s->stats.frames();
+        if (index == 0) {
+            s->firstFrameSec = secondsSince(start_);
+        }
         s->stats.record(frame.monotonicNs, frame.size);
         pictures_.onFrame(s->key, index, frame.data, frame.size);
-        if (s->writer && frame.data && !s->writer->write(frame.data, frame.size) &&
-            s->writeError.empty()) {
-            s->writer->close(&s->writeError);
+        if (queue_ && frame.data) {
+            queue_->push(i, frame.data, frame.size);  // a refusal is counted there
         }
         for (const SaveFrameRequest& r : s->wanted) {
             if (r.index == index) {
@@ -134,6 +172,17 @@ void StreamSession::onFrame(const FrameEvent& frame) {
         }
         return;
     }
+}
+
+bool StreamSession::writeFrame(size_t stream, const uint8_t* data, size_t size) {
+    FrameWriter& writer = *streams_[stream]->writer;
+    if (writer.write(data, size)) {
+        return true;
+    }
+    if (writer.closedByReader()) {
+        outputClosed_ = true;
+    }
+    return false;
 }
 
 bool StreamSession::allComplete() const {
@@ -156,6 +205,14 @@ void StreamSession::totals(uint64_t* frames, uint64_t* bytes) {
     }
 }
 
+FILE* StreamSession::summaryStream() const {
+    bool taken = isStandardStream(options_.output) || isStandardStream(options_.timingFile);
+    for (const SaveFrameRequest& r : options_.saveFrames) {
+        taken = taken || isStandardStream(r.path);
+    }
+    return taken ? io_.err : io_.out;
+}
+
 int StreamSession::run() {
     if (!checkFrameFiles() || !openOutputs()) {
         return kExitFailed;
@@ -173,13 +230,18 @@ int StreamSession::run() {
         !options_.output.empty() || !options_.saveFrames.empty() || !options_.reportDir.empty();
     std::unique_ptr<UvcLink> link = factory_(settings);
     link->setFrameSink([this](const FrameEvent& f) { onFrame(f); });
+    if (!options_.output.empty()) {
+        size_t depth = WriteQueue::depthFor(frameBytesEstimate(options_), streams_.size(),
+                                            kQueueBudgetBytes, kMaxQueueDepth);
+        queue_ = std::make_unique<WriteQueue>(
+            streams_.size(), depth,
+            [this](size_t stream, const uint8_t* data, size_t size) {
+                return writeFrame(stream, data, size);
+            });
+    }
     if (!link->start(&error)) {
         std::fprintf(io_.err, "uvc-host: %s\n", error.c_str());
         return kExitFailed;
-    }
-    {
-        std::lock_guard<std::mutex> lock(mutex_);
-        accepting_ = true;
     }
     LinkConfig config{options_.size, options_.fps, options_.format->fourcc, true};
     for (const auto& s : streams_) {
@@ -188,7 +250,11 @@ int StreamSession::run() {
     for (const auto& d : options_.hostDelaysMs) {
         link->setHostDelay(d.first, std::chrono::milliseconds(d.second));
     }
-    Clock::time_point start = Clock::now();
+    {
+        std::lock_guard<std::mutex> lock(mutex_);
+        start_ = Clock::now();
+        accepting_ = true;
+    }
     bool delivered = true;
     if (options_.allStreams) {
         delivered = link->hotplug(kStreamChangedStatus, 255, 0, kEventTimeout);
@@ -210,7 +276,7 @@ int StreamSession::run() {
     bool showProgress = options_.progress && !options_.json;
     ProgressReporter progress(io_.err, io_.errIsTerminal);
     double elapsed = 0;
-    while ((elapsed = secondsSince(start)) < limit) {
+    while ((elapsed = secondsSince(start_)) < limit) {
         std::this_thread::sleep_for(kPollPeriod);
         uint64_t frames = 0;
         uint64_t bytes = 0;
@@ -221,9 +287,9 @@ int StreamSession::run() {
             done = allComplete();
         }
         if (showProgress) {
-            progress.update(secondsSince(start), frames, bytes);
+            progress.update(secondsSince(start_), frames, bytes);
         }
-        if (done || interruptRequested()) {
+        if (done || interruptRequested() || outputClosed_) {
             break;
         }
     }
@@ -231,17 +297,22 @@ int StreamSession::run() {
         std::lock_guard<std::mutex> lock(mutex_);
         accepting_ = false;
     }
-    elapsed = std::min(secondsSince(start), limit);
+    elapsed = std::min(secondsSince(start_), limit);
     progress.finish();
-    uint64_t recoveries = link->recoveries();
     link->stop();
-    RunReport report = collect(elapsed, recoveries);
+    if (queue_) {
+        queue_->finish();  // what is queued is written; a closed output takes no more
+    }
+    RunReport report = collect(elapsed, *link);
     report.interrupted = interruptRequested();
-    // With the frames on standard output the summary goes next to the
-    // progress, on stderr.
-    FILE* summary = options_.output == "-" ? io_.err : io_.out;
     std::vector<std::string> notes;
-    bool pictured = writePictures(report, &notes);
+    bool pictured = writePictures(report, &notes) && writeTimingToStandardOutput();
+    report.outputClosed = outputClosed_;
+    if (standardOutputClosed_) {
+        // After the run: the frames are all counted, only what followed them is cut.
+        notes.push_back("standard output was closed by its reader before all was written");
+    }
+    FILE* summary = summaryStream();
     if (options_.json) {
         std::fprintf(summary, "%s\n", summaryJson(report).c_str());
     } else {
@@ -251,13 +322,36 @@ int StreamSession::run() {
         }
     }
     std::fflush(summary);
-    if (!pictured) {
-        return kExitFailed;
-    }
     if (report.interrupted) {
         return interruptExitStatus();
     }
+    if (report.outputClosed || standardOutputClosed_) {
+        return kExitOutputClosed;
+    }
+    if (!pictured) {
+        return kExitFailed;
+    }
     return report.passed() ? kExitOk : kExitFailed;
+}
+
+bool StreamSession::writeTimingToStandardOutput() {
+    if (!isStandardStream(options_.timingFile)) {
+        return true;
+    }
+    std::vector<StreamTrace> traces;
+    for (const auto& s : streams_) {
+        traces.push_back({s->key, s->stats.arrivalsNs(), s->stats.sizes()});
+    }
+    std::string error;
+    if (writeTiming(io_.out, false, traces, &error)) {
+        return true;
+    }
+    if (errno == EPIPE) {
+        standardOutputClosed_ = true;
+        return true;
+    }
+    std::fprintf(io_.err, "uvc-host: %s\n", error.c_str());
+    return false;
 }
 
 bool StreamSession::writePictures(const RunReport& report, std::vector<std::string>* notes) {
@@ -293,29 +387,48 @@ void StreamSession::saveFrames(Stream& s, StreamResult* result) {
             saved.error = prefix + " did not arrive; nothing saved";
         } else if (bytes->empty()) {
             saved.error = prefix + " was empty; nothing saved";
-        } else if (options_.format->kind == FormatKind::Jpeg) {
-            if (!writeFile(r.path, bytes->data(), bytes->size(), &error)) {
-                saved.error = error;
-            }
-        } else if (!encoder.encodeFrame(*options_.format, options_.size, bytes->data(),
-                                        bytes->size(), kSavedJpegQuality, &jpeg, &error) ||
-                   !writeFile(r.path, jpeg.data(), jpeg.size(), &error)) {
+        } else if (options_.format->kind != FormatKind::Jpeg &&
+                   !encoder.encodeFrame(*options_.format, options_.size, bytes->data(),
+                                        bytes->size(), kSavedJpegQuality, &jpeg, &error)) {
             saved.error = prefix + ": " + error;
+        } else {
+            const std::vector<uint8_t>& image =
+                options_.format->kind == FormatKind::Jpeg ? *bytes : jpeg;
+            if (!isStandardStream(r.path)) {
+                if (!writeFile(r.path, image.data(), image.size(), &error)) {
+                    saved.error = prefix + ": " + error;
+                }
+            } else if (std::fwrite(image.data(), 1, image.size(), io_.out) != image.size() ||
+                       std::fflush(io_.out) != 0) {
+                if (errno == EPIPE) {
+                    standardOutputClosed_ = true;
+                } else {
+                    saved.error = prefix + ": cannot write standard output: " +
+                                  std::strerror(errno);
+                }
+            }
+        }
+        if (isStandardStream(saved.path)) {
+            saved.path = "standard output";
         }
         result->saved.push_back(saved);
     }
 }
 
-RunReport StreamSession::collect(double elapsedSec, uint64_t recoveries) {
+RunReport StreamSession::collect(double elapsedSec, const UvcLink& link) {
     RunReport report;
     report.options = &options_;
     report.elapsedSec = elapsedSec;
-    report.recoveries = recoveries;
-    for (auto& s : streams_) {
+    report.recoveries = link.recoveries();
+    for (size_t i = 0; i < streams_.size(); ++i) {
+        Stream& s = *streams_[i];
         StreamResult r;
-        r.key = s->key;
-        r.stats = s->stats.summary();
-        saveFrames(*s, &r);
+        r.key = s.key;
+        r.stats = s.stats.summary();
+        r.firstFrameSec = s.firstFrameSec;
+        r.dropped.hostBusy = link.hostBusyDrops(s.key);
+        r.dropped.notWritten = queue_ ? queue_->notWritten(i) : 0;
+        saveFrames(s, &r);
         report.streams.push_back(std::move(r));
     }
     judgeRun(&report);
@@ -332,12 +445,21 @@ RunReport StreamSession::collect(double elapsedSec, uint64_t recoveries) {
             r.problems.push_back(std::to_string(r.framesSkipped - r.stats.emptyFrames) +
                                  " frames did not fit the output format (wrong length or no JPEG)");
         }
-        std::string error = s.writeError;
-        if (error.empty()) {
-            s.writer->close(&error);
+        if (r.dropped.notWritten > 0) {
+            // The host's own shortcoming: the library delivered them.
+            r.notes.push_back(std::string(isStandardStream(options_.output) ? "standard output"
+                                                                            : "output file") +
+                              " could not keep up: " + std::to_string(r.dropped.notWritten) +
+                              " frames not written");
         }
-        if (!error.empty()) {
-            r.problems.push_back(error);
+        std::string error;
+        if (!s.writer->close(&error)) {
+            if (s.writer->closedByReader()) {
+                outputClosed_ = true;
+                r.notes.push_back(error);
+            } else {
+                r.problems.push_back(error);
+            }
         }
     }
     return report;
