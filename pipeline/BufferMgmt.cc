@@ -181,8 +181,10 @@ void BufferMgmt::msgHandler() try {
             buffer->unlock();
         guard.unlock();
         if (claimed.exchange(false)) {
+            // Outside the library's delivery and this object's lock: a slow
+            // host holds up only this stream's next conversion.
             buffer->setSize(claimedSize.load());
-            sender.send(std::move(buffer));
+            sender.sendHere(std::move(buffer));
         } else {
             fillQ.push(std::move(buffer));
         }

@@ -21,16 +21,16 @@ namespace hidl_uvc_client {
 // The last stage of a stream's frame path: a few hardware buffers circulate
 // between fillQ (free) and convertQ (filled); the conversion thread passes
 // each filled one through the conversion factory, and the factory hands the
-// result back to processBuffer, which passes the frames of this stream to
-// the stream's sender, whose thread gives them to the bridge. A buffer goes
-// back to fillQ once the bridge has taken its frame.
+// result back to processBuffer, which picks out the frames of this stream
+// for the stream's FrameSender to give to the bridge. A buffer goes back to
+// fillQ once the bridge has taken its frame.
 //
 // processBuffer never waits for the bridge: the library calls the sinks of
 // every stream under one mutex, so one slow host would otherwise stall all
 // streams. When the delivered frame is the buffer being converted (the
-// library delivers within convert), that buffer itself goes to the sender
-// after the conversion; a frame in a buffer of the library's own is copied
-// into a free buffer first.
+// library delivers within convert), the conversion thread sends that buffer
+// itself once convert has returned; a frame in a buffer of the library's own
+// (delivered later) is copied into a free buffer for the sender's thread.
 class BufferMgmt : public trevo::FrameReceiver {
 public:
     BufferMgmt(unsigned count, unsigned size, trevo::CompositorBridge* bridge,

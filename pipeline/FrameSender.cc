@@ -103,22 +103,32 @@ void FrameSender::run() {
         queue.pop(buffer);
         if (!buffer)
             return;
-        AHardwareBuffer* hardware = buffer->heldBuffer();
-        if (sending && hardware != nullptr) {
-            try {
-                if (bridge->sendFrameBuffer(0, hardware, buffer->size, stream_id, stream_idx, 0) !=
-                    0) {
-                    __android_log_print(
-                        ANDROID_LOG_WARN, kTag,
-                        "BUG: socket connection dropped to uvc_gadget. Trying to recover.");
-                    bridge->registerProjector(0);
-                }
-            } catch (...) {
-                // The bridge is not ours; its exceptions end here, the frame with them.
-                __android_log_print(ANDROID_LOG_ERROR, kTag, "frame hand-over failed");
-            }
-        }
+        if (sending)
+            handOver(*buffer);
         freeQ.push(std::move(buffer));
+    }
+}
+
+void FrameSender::sendHere(std::unique_ptr<FlatTestBuffer> buffer) {
+    if (!buffer)
+        return;
+    handOver(*buffer);
+    freeQ.push(std::move(buffer));
+}
+
+void FrameSender::handOver(FlatTestBuffer& buffer) {
+    AHardwareBuffer* hardware = buffer.heldBuffer();
+    if (hardware == nullptr)
+        return;
+    try {
+        if (bridge->sendFrameBuffer(0, hardware, buffer.size, stream_id, stream_idx, 0) != 0) {
+            __android_log_print(ANDROID_LOG_WARN, kTag,
+                                "BUG: socket connection dropped to uvc_gadget. Trying to recover.");
+            bridge->registerProjector(0);
+        }
+    } catch (...) {
+        // The bridge is not ours; its exceptions end here, the frame with them.
+        __android_log_print(ANDROID_LOG_ERROR, kTag, "frame hand-over failed");
     }
 }
 

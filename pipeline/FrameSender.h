@@ -13,18 +13,21 @@
 
 namespace hidl_uvc_client {
 
-// Hands one stream's converted frames to the bridge on a thread of its own.
+// Hands one stream's converted frames to the bridge, outside the conversion
+// library's delivery.
 //
 // The conversion library calls the sinks of every stream in turn under one
 // mutex, so a sink that waited for a slow host would hold up the frames of
-// all streams. The stream's sink (BufferMgmt::processBuffer) therefore only
-// queues here; this thread calls sendFrameBuffer, and the hardware buffer
-// goes back to the stream's free queue once the bridge has taken it. A
-// rejected frame is reported and the connection re-registered, never sent
-// again.
+// all streams. The stream's sink (BufferMgmt::processBuffer) therefore never
+// calls the bridge: a frame delivered within convert() is sent by the
+// conversion thread once convert() has returned (sendHere), one delivered
+// later is queued for this sender's thread (send, sendCopy). Either way the
+// hardware buffer goes back to the stream's free queue once the bridge has
+// taken it. A rejected frame is reported and the connection re-registered,
+// never sent again.
 //
-// send() and sendCopy() may be called on any thread; start() and stop() by
-// the owner, never concurrently with each other.
+// send(), sendCopy() and sendHere() may be called on any thread; start() and
+// stop() by the owner, never concurrently with each other.
 class FrameSender {
 public:
     using Queue = util::BlockingQueue<std::unique_ptr<FlatTestBuffer>>;
@@ -45,6 +48,8 @@ public:
 
     // Queues a buffer holding `size` payload bytes.
     void send(std::unique_ptr<FlatTestBuffer> buffer);
+    // Sends it on the calling thread, then gives it back to `freeQ`.
+    void sendHere(std::unique_ptr<FlatTestBuffer> buffer);
     // For a frame in a buffer that stays valid only during this call (the
     // library's own): copies its payload into a free buffer of `freeQ` and
     // queues that. False when the frame is lost: no free buffer, not a
@@ -53,6 +58,7 @@ public:
 
 private:
     void run();
+    void handOver(FlatTestBuffer& buffer);
 
     trevo::CompositorBridge* const bridge;
     const uint8_t stream_id;
