@@ -103,8 +103,11 @@ TEST_F(BuffersTest, SendFrameCopiesInOrderAndNeverWaitsForAHardwareBuffer) {
     // library that delivers later needs a free buffer to copy each frame
     // into, and with all three queued it may find none for one of them.
     mgmt->startStream();
+    // Converted (all three home), delivered, and any copies sent (home again).
+    for (int i = 0; i < 5000 && !idle(*mgmt); ++i)
+        std::this_thread::sleep_for(1ms);
     convfact_standin::waitForDeliveries();
-    for (int i = 0; i < 5000 && mgmt->fillQ.size() < 3; ++i)
+    for (int i = 0; i < 5000 && !idle(*mgmt); ++i)
         std::this_thread::sleep_for(1ms);
     const size_t drained = host.frameCount(0, 0);
     if (convfact_standin::delivery() == convfact_standin::Delivery::OnCallingThread) {
