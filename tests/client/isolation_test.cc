@@ -140,7 +140,12 @@ protected:
                 ++warnings;
             }
         }
-        EXPECT_GE(warnings, 1u);
+        // The slow host holds the stream back only where the stream ran
+        // faster than that host takes frames; a machine too busy (or a
+        // sanitizer too slow) for that leaves it nothing to drop.
+        if (before.slowedFps() > 1000.0 / 40 * 1.05) {
+            EXPECT_GE(warnings, 1u);
+        }
         EXPECT_LE(warnings,
                   size_t(1 + std::chrono::duration_cast<std::chrono::seconds>(elapsed).count()));
         EXPECT_GT(during.fps(), 0.0);
