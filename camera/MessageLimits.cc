@@ -23,17 +23,9 @@ namespace uvc_client {
 // (2,047 strings of 29 bytes), 8.3 times the byte cap; a typical one-entry
 // "get" takes 3.3 KB.
 
-namespace {
-
-struct Shape {
-    size_t containers = 0;
-    size_t separators = 0;
-};
-
-// Counts the structure outside strings; the text need not be valid JSON (the
-// parser judges that later).
-Shape shapeOf(const std::string& text) {
-    Shape shape;
+// Counts the structure outside strings.
+MessageShape messageShape(const std::string& text) {
+    MessageShape shape;
     bool inString = false;
     bool escaped = false;
     for (const char c : text) {
@@ -66,6 +58,8 @@ Shape shapeOf(const std::string& text) {
     return shape;
 }
 
+namespace {
+
 std::string refusal(const char* what, size_t count, size_t limit) {
     char line[128];
     snprintf(line, sizeof(line), "message refused: %zu %s, the limit is %zu", count, what, limit);
@@ -78,7 +72,7 @@ std::string messageRefusal(const std::string& message) {
     if (message.size() > MessageLimits::kMaxBytes) {
         return refusal("bytes", message.size(), MessageLimits::kMaxBytes);
     }
-    const Shape shape = shapeOf(message);
+    const MessageShape shape = messageShape(message);
     if (shape.containers > MessageLimits::kMaxContainers) {
         return refusal("objects and arrays", shape.containers, MessageLimits::kMaxContainers);
     }

@@ -17,6 +17,17 @@ struct MessageLimits {
     static constexpr size_t kMaxSeparators = 2048;
 };
 
+// Structure of a message as the limits count it; `containers` and
+// `separators` are the counts MessageLimits caps.
+struct MessageShape {
+    size_t containers = 0;
+    size_t separators = 0;
+};
+
+// Counts `message` whole; it need not be valid JSON (the parser judges that
+// later). Allocates nothing.
+MessageShape messageShape(const std::string& message);
+
 // Empty when `message` is within the limits; otherwise one line (without line
 // end) naming the limit it exceeds. Reads the text once and allocates only
 // for the line.
