@@ -2,6 +2,8 @@
 // the host gets exactly one reply per "get" entry of a report message, in key
 // order, each a well-formed report. The expected entries are worked out from
 // json-c's own parse of the text, independently of the handler's reader.
+// A text the message limits let through holds no more objects, arrays,
+// members and elements, once json-c has parsed it, than the limits counted.
 #include <json-c/json.h>
 
 #include <cstddef>
@@ -55,6 +57,48 @@ std::string textOf(const std::map<std::string, json_object*>& members, const cha
     return json_object_get_string(it->second);
 }
 
+// Objects and arrays in a parsed tree, and the members and elements they hold.
+struct TreeShape {
+    size_t containers = 0;
+    size_t values = 0;
+};
+
+void addShape(json_object* value, TreeShape& tree) {
+    if (json_object_get_type(value) == json_type_object) {
+        ++tree.containers;
+        json_object_object_foreach(value, key, member) {
+            (void)key;
+            ++tree.values;
+            addShape(member, tree);
+        }
+    } else if (json_object_get_type(value) == json_type_array) {
+        ++tree.containers;
+        for (size_t i = 0; i < json_object_array_length(value); ++i) {
+            ++tree.values;
+            addShape(json_object_array_get_idx(value, i), tree);
+        }
+    }
+}
+
+// Each object or array json-c builds was counted, and so was a separator for
+// every member (its colon) and every element but an array's first (a comma),
+// so the limits bound the tree. Checked against the counts as well as the
+// limits, so that one uncounted object in a short text already shows.
+void checkWithinLimits(const std::string& message, json_object* root) {
+    using uvc_client::MessageLimits;
+    TreeShape tree;
+    addShape(root, tree);
+    const uvc_client::MessageShape counted = uvc_client::messageShape(message);
+    FUZZ_CHECK(tree.containers <= MessageLimits::kMaxContainers &&
+                   tree.values <= MessageLimits::kMaxSeparators + MessageLimits::kMaxContainers,
+               "%zu objects and arrays holding %zu values got through the limits", tree.containers,
+               tree.values);
+    FUZZ_CHECK(tree.containers <= counted.containers &&
+                   tree.values <= counted.separators + counted.containers,
+               "parsed %zu objects and arrays holding %zu values; counted %zu and %zu separators",
+               tree.containers, tree.values, counted.containers, counted.separators);
+}
+
 // Names of the "get" entries of a report message, in the order the replies
 // must come (the entries are string members, answered in byte order).
 std::vector<std::string> expectedGets(const std::string& message) {
@@ -65,6 +109,7 @@ std::vector<std::string> expectedGets(const std::string& message) {
     }
     json_tokener_error error = json_tokener_success;
     json_object* root = json_tokener_parse_verbose(message.c_str(), &error);
+    checkWithinLimits(message, root);
     const auto top = recordMembers(root);
     auto content = top.find("content");
     if (top.count("msg_type") && textOf(top, "msg_type") == "uvc_report" && content != top.end()) {
