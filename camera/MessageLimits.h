@@ -10,15 +10,18 @@ namespace uvc_client {
 // numbers behind them are in MessageLimits.cc).
 struct MessageLimits {
     static constexpr size_t kMaxBytes = 64 * 1024;
-    // '{' and '[' outside strings: a parsed object takes up to about 2 KB.
+    // '{' and '[' outside strings and comments: a parsed object takes up to
+    // about 2 KB.
     static constexpr size_t kMaxContainers = 64;
-    // ',' and ':' outside strings: about one per array element and two per
-    // object member.
+    // ',' and ':' outside strings and comments: about one per array element
+    // and two per object member.
     static constexpr size_t kMaxSeparators = 2048;
 };
 
-// Structure of a message as the limits count it; `containers` and
-// `separators` are the counts MessageLimits caps.
+// Structure of a message as the limits count it, outside strings and
+// comments as json-c reads them: whatever json-c builds from the message holds
+// at most `containers` objects and arrays and `separators` + `containers`
+// members and elements.
 struct MessageShape {
     size_t containers = 0;
     size_t separators = 0;

@@ -1,4 +1,5 @@
 #include <gtest/gtest.h>
+#include <json-c/json.h>
 
 #include <algorithm>
 #include <cstdio>
@@ -195,11 +196,11 @@ TEST_F(UvcCamMsgHandlerTest, HostileNamesAndValues) {
 // with one line and nothing else, and the next message is answered.
 TEST_F(UvcCamMsgHandlerTest, MessagesBeyondTheLimitsAreRefusedUnparsed) {
     using uvc_client::MessageLimits;
-    // Structure inside strings does not count.
-    const std::string get = R"({"msg_type":"uvc_report","content":{"gain":"get","x":"{[,:"})";
+    // Structure in strings of either quote and in comments does not count.
+    const std::string get = R"({"msg_type":"uvc_report","content":{"gain":"get","x":"{[,:'//"})";
     // `get` has 2 objects and 6 separators; ,"p":[ adds 1 and 2.
-    auto padded = [&get](size_t elements, const std::string& element) {
-        std::string text = get + R"(,"p":[)";
+    auto padded = [&get](size_t elements, const std::string& element, const char* before = "") {
+        std::string text = get + before + R"(,"p":[)";
         for (size_t i = 0; i < elements; ++i) {
             text += (i ? "," : "") + element;
         }
@@ -213,12 +214,14 @@ TEST_F(UvcCamMsgHandlerTest, MessagesBeyondTheLimitsAreRefusedUnparsed) {
         // message, refusal
         {spaced, ""},
         {" " + spaced, "message refused: 65537 bytes, the limit is 65536"},
-        {padded(objects, "{}"), ""},
-        {padded(objects + 1, "{}"), "message refused: 65 objects and arrays, the limit is 64"},
+        {padded(objects, "{}", " /* {[,: */ // '{[,:\n"), ""},
+        {padded(objects + 1, "{}", R"(,"q":'"')"),
+         "message refused: 65 objects and arrays, the limit is 64"},
         {padded(elements, "0"), ""},
-        {padded(elements + 1, "0"), "message refused: 2049 commas and colons, the limit is 2048"}};
+        {padded(elements + 1, "0", R"( /* " */)"),
+         "message refused: 2049 commas and colons, the limit is 2048"}};
     for (const auto& c : cases) {
-        SCOPED_TRACE(c.second);
+        SCOPED_TRACE(c.first.substr(get.size(), 40));
         bridge.replies.clear();
         const Lines out = handle(c.first);
         if (c.second.empty()) {
@@ -229,6 +232,26 @@ TEST_F(UvcCamMsgHandlerTest, MessagesBeyondTheLimitsAreRefusedUnparsed) {
             handle(get + "}");
             EXPECT_EQ(bridge.replies, Lines{reply("gain", "-255")});
         }
+    }
+}
+
+// Strings and comments end where json-c's default reading ends them, quirks included: the
+// json-c we build with reads each text as counted (its own writing of it has the same shape).
+TEST(MessageShape, StringsAndCommentsEndWhereJsonCEndsThem) {
+    const std::pair<std::string, std::pair<size_t, size_t>> cases[] = {
+        // text, objects and arrays, separators
+        {R"({"a":"it's // {[,:",'b':'"{[,:\"','c':"'"})", {1, 5}},
+        {"[1, // \"{[,:\r [,\n 2]", {1, 1}},
+        {"/* **/ [ */ [1,/***/[2] */ 3]", {1, 1}},
+        {"[1,/**/[2],/*/ [ */ 3]", {2, 2}}};
+    for (const auto& c : cases) {
+        json_object* root = json_tokener_parse(c.first.c_str());
+        for (const std::string& text : {c.first, std::string(json_object_to_json_string(root))}) {
+            const uvc_client::MessageShape shape = uvc_client::messageShape(text);
+            EXPECT_EQ(std::make_pair(shape.containers, shape.separators), c.second)
+                << text << " read from " << c.first;
+        }
+        json_object_put(root);
     }
 }
 
