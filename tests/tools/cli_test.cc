@@ -2,7 +2,7 @@
 #include <json-c/json.h>
 
 #include "FakeLink.h"
-#include "TempDir.h"
+#include "ToolTestSupport.h"
 #include "cli/CommandLine.h"
 #include "cli/HostMain.h"
 

@@ -7,7 +7,7 @@
 
 #include <cstdlib>
 
-#include "TempDir.h"
+#include "ToolTestSupport.h"
 #include "TestEmulator.h"
 #include "media/FileUtil.h"
 #include "media/OutputNaming.h"

@@ -6,7 +6,7 @@
 #include <algorithm>
 #include <cstdlib>
 
-#include "TempDir.h"
+#include "ToolTestSupport.h"
 #include "media/AnnexBSplitter.h"
 #include "media/DigitPainter.h"
 #include "media/FrameSetMaker.h"

@@ -5,7 +5,7 @@
 #include <csignal>
 
 #include "FakeLink.h"
-#include "TempDir.h"
+#include "ToolTestSupport.h"
 #include "cli/Interrupt.h"
 #include "session/Scenario.h"
 #include "session/ScenarioRunner.h"

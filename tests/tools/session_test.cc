@@ -7,7 +7,7 @@
 #include <csignal>
 
 #include "FakeLink.h"
-#include "TempDir.h"
+#include "ToolTestSupport.h"
 #include "cli/CommandLine.h"
 #include "cli/Interrupt.h"
 #include "session/JsonText.h"

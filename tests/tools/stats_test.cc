@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "TempDir.h"
+#include "ToolTestSupport.h"
 #include "report/FrameStats.h"
 #include "report/ProgressReporter.h"
 #include "report/RunTimeline.h"
@@ -10,7 +10,6 @@
 using uvc_host::FrameStats;
 using uvc_host::RoundAxis;
 using uvc_host::roundAxis;
-using uvc_host::StatsSummary;
 
 namespace {
 
@@ -35,6 +34,10 @@ TEST(FrameStatsTest, IntervalStatisticsOfKnownGaps) {
     FrameStats::intervals(arrivalsFromGapsMs({10, 40, 20, 30}), &median, &p99, &max);
     EXPECT_DOUBLE_EQ(median, 25);
     EXPECT_DOUBLE_EQ(max, 40);
+    // Arrivals out of order give no negative interval.
+    FrameStats::intervals({3000000, 1000000, 2000000, 4000000}, &median, &p99, &max);
+    EXPECT_DOUBLE_EQ(median, 1);
+    EXPECT_DOUBLE_EQ(max, 1);
 
     // 200 gaps: 197 of 33 ms, then 50, 60 and 100 ms. The nearest rank of the
     // 99th percentile is the 198th smallest (ceil(0.99 * 200)): 50 ms, not
@@ -45,50 +48,39 @@ TEST(FrameStatsTest, IntervalStatisticsOfKnownGaps) {
     EXPECT_DOUBLE_EQ(median, 33);
     EXPECT_DOUBLE_EQ(p99, 50);
     EXPECT_DOUBLE_EQ(max, 100);
-}
 
-TEST(FrameStatsTest, ArrivalsOutOfOrderGiveNoNegativeInterval) {
-    double median = 0, p99 = 0, max = 0;
-    FrameStats::intervals({3000000, 1000000, 2000000, 4000000}, &median, &p99, &max);
-    EXPECT_DOUBLE_EQ(median, 1);
-    EXPECT_DOUBLE_EQ(max, 1);
-}
-
-TEST(FrameStatsTest, SummaryOfNoOrOneFrameHasNoRate) {
+    // No rate from no frame or from one.
     FrameStats stats;
-    StatsSummary none = stats.summary();
-    EXPECT_EQ(none.frames, 0u);
-    EXPECT_EQ(none.achievedFps, 0);
-    EXPECT_EQ(none.intervalMaxMs, 0);
-
+    EXPECT_EQ(stats.summary().frames, 0u);
+    EXPECT_EQ(stats.summary().achievedFps, 0);
+    EXPECT_EQ(stats.summary().intervalMaxMs, 0);
     stats.record(1000000000, 100);
-    StatsSummary one = stats.summary();
-    EXPECT_EQ(one.frames, 1u);
-    EXPECT_EQ(one.achievedFps, 0);  // no interval yet
+    EXPECT_EQ(stats.summary().frames, 1u);
+    EXPECT_EQ(stats.summary().achievedFps, 0);
 }
 
 TEST(ProgressReporterTest, PlainLinesOncePerSecondRatesOverTheLastSpan) {
-    FILE* f = std::tmpfile();
-    uvc_host::ProgressReporter plain(f, false);
-    plain.update(0.5, 15, 500000);  // too soon for a plain line
-    plain.update(1.0, 30, 1000000);
-    plain.update(1.5, 45, 1500000);
-    plain.update(3.0, 60, 4000000);  // 30 frames and 3 MB over 2 s
-    plain.finish();
-    std::string text = uvc_host_test::contents(f);
-    std::fclose(f);
+    std::string text = uvc_host_test::captured([](FILE* f, FILE*) {
+                           uvc_host::ProgressReporter plain(f, false);
+                           plain.update(0.5, 15, 500000);  // too soon for a plain line
+                           plain.update(1.0, 30, 1000000);
+                           plain.update(1.5, 45, 1500000);
+                           plain.update(3.0, 60, 4000000);  // 30 frames and 3 MB over 2 s
+                           plain.finish();
+                           return 0;
+                       }).out;
     EXPECT_EQ(text,
               "   1.0 s        30 frames    30.00 fps      1.00 MB/s\n"
               "   3.0 s        60 frames    15.00 fps      1.50 MB/s\n");
 
-    FILE* t = std::tmpfile();
-    uvc_host::ProgressReporter terminal(t, true);
-    terminal.update(0.25, 8, 0);
-    terminal.update(0.5, 15, 0);
-    terminal.finish();
-    std::string line = uvc_host_test::contents(t);
-    std::fclose(t);
-    // Rewritten in place, ended once.
+    // On a terminal: rewritten in place, ended once.
+    std::string line = uvc_host_test::captured([](FILE* t, FILE*) {
+                           uvc_host::ProgressReporter terminal(t, true);
+                           terminal.update(0.25, 8, 0);
+                           terminal.update(0.5, 15, 0);
+                           terminal.finish();
+                           return 0;
+                       }).out;
     EXPECT_EQ(std::count(line.begin(), line.end(), '\r'), 2);
     EXPECT_EQ(line.back(), '\n');
     EXPECT_EQ(std::count(line.begin(), line.end(), '\n'), 1);

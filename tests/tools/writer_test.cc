@@ -3,7 +3,7 @@
 #include <condition_variable>
 #include <mutex>
 
-#include "TempDir.h"
+#include "ToolTestSupport.h"
 #include "media/FrameWriter.h"
 #include "media/OutputNaming.h"
 #include "media/WriteQueue.h"
