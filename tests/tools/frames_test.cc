@@ -1,6 +1,5 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
-#include <turbojpeg.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -16,19 +15,6 @@
 using namespace uvc_host;
 
 namespace {
-
-// Decodes a JPEG to grey; false when it does not decode.
-bool decodeGrey(const std::vector<uint8_t>& jpeg, int* w, int* h, std::vector<uint8_t>* grey) {
-    tjhandle d = tjInitDecompress();
-    int sub = 0, space = 0;
-    bool ok = tjDecompressHeader3(d, jpeg.data(), jpeg.size(), w, h, &sub, &space) == 0;
-    if (ok) {
-        grey->resize(size_t(*w) * *h);
-        ok = tjDecompress2(d, jpeg.data(), jpeg.size(), grey->data(), *w, 0, *h, TJPF_GRAY, 0) == 0;
-    }
-    tjDestroy(d);
-    return ok;
-}
 
 FramesOptions framesOptions(const std::string& format, FrameSize size, uint64_t count,
                             const std::string& dir) {
@@ -155,7 +141,7 @@ TEST(JpegEncoderTest, EveryRawFormatEncodesToItsSize) {
             << name << ": " << error;
         int w = 0, h = 0;
         std::vector<uint8_t> grey;
-        ASSERT_TRUE(decodeGrey(jpeg, &w, &h, &grey)) << name;
+        ASSERT_TRUE(uvc_host_test::decodeJpeg(jpeg, &w, &h, &grey)) << name;
         EXPECT_EQ(w, 64);
         EXPECT_EQ(h, 32);
         EXPECT_NEAR(grey[100], 200, 3) << name;
