@@ -3,22 +3,18 @@
 #include <gtest/gtest.h>
 #include <json-c/json.h>
 #include <sys/wait.h>
-#include <turbojpeg.h>
 
 #include <cstdlib>
 
-#include "ToolTestSupport.h"
 #include "TestEmulator.h"
+#include "ToolTestSupport.h"
 #include "media/FileUtil.h"
 #include "media/OutputNaming.h"
+#include "session/JsonText.h"
 
 namespace {
 
-struct ToolRun {
-    int status = -1;
-    std::string out;
-    std::string err;
-};
+using uvc_host_test::Outcome;
 
 class HostToolTest : public ::testing::Test {
 protected:
@@ -46,7 +42,7 @@ protected:
     // Runs uvc-host to its end; with `meanwhile`, runs it in the background
     // and that shell text ($! is the tool) until it returns; with `input`,
     // standard input comes from that file.
-    ToolRun run(const std::vector<std::string>& args, const std::string& meanwhile = "",
+    Outcome run(const std::vector<std::string>& args, const std::string& meanwhile = "",
                 const std::string& input = "") {
         std::string cmd = hostCommand(args) + " >" + dir_.file("stdout") + " 2>" +
                           dir_.file("stderr") +
@@ -55,12 +51,7 @@ protected:
             cmd += " & " + meanwhile;
         }
         int rc = std::system(cmd.c_str());
-        ToolRun r;
-        r.status = WIFEXITED(rc) ? WEXITSTATUS(rc) : -1;
-        std::vector<uint8_t> out = dir_.read("stdout"), err = dir_.read("stderr");
-        r.out.assign(out.begin(), out.end());
-        r.err.assign(err.begin(), err.end());
-        return r;
+        return {WIFEXITED(rc) ? WEXITSTATUS(rc) : -1, dir_.text("stdout"), dir_.text("stderr")};
     }
 
     uvc_host_test::TempDir dir_;
@@ -81,44 +72,30 @@ std::vector<std::vector<uint8_t>> splitJpegs(const std::vector<uint8_t>& s) {
     return images;
 }
 
-bool jpegSize(const std::vector<uint8_t>& jpeg, int* w, int* h) {
-    tjhandle d = tjInitDecompress();
-    int sub = 0, space = 0;
-    bool ok = tjDecompressHeader3(d, jpeg.data(), jpeg.size(), w, h, &sub, &space) == 0;
-    std::vector<uint8_t> rgb(ok ? size_t(*w) * *h * 3 : 0);
-    ok = ok && tjDecompress2(d, jpeg.data(), jpeg.size(), rgb.data(), *w, 0, *h, TJPF_RGB, 0) == 0;
-    tjDestroy(d);
-    return ok;
-}
-
 }  // namespace
 
 TEST_F(HostToolTest, SynthesisedMjpegFramesEachDecode) {
-    ToolRun r = run({"stream", "--size", "96x64", "--format", "MJPG", "--jpeg", "--frames", "8",
+    Outcome r = run({"stream", "--size", "96x64", "--format", "MJPG", "--jpeg", "--frames", "8",
                      "--output", dir_.file("v.mjpg"), "--json", "--fps-tolerance", "50"});
     ASSERT_EQ(r.status, 0) << r.out << r.err;
     std::vector<std::vector<uint8_t>> images = splitJpegs(dir_.read("v.mjpg"));
     ASSERT_EQ(images.size(), 8u);
     for (const auto& jpeg : images) {
         int w = 0, h = 0;
-        ASSERT_TRUE(jpegSize(jpeg, &w, &h));
+        ASSERT_TRUE(uvc_host_test::decodeJpeg(jpeg, &w, &h));
         EXPECT_EQ(w, 96);
         EXPECT_EQ(h, 64);
     }
     // stdout is exactly one JSON object.
-    json_object* root = json_tokener_parse(r.out.c_str());
-    ASSERT_NE(root, nullptr) << r.out;
-    json_object* ok = nullptr;
-    ASSERT_TRUE(json_object_object_get_ex(root, "ok", &ok));
-    EXPECT_TRUE(json_object_get_boolean(ok));
-    json_object_put(root);
+    uvc_host::JsonPtr root(json_tokener_parse(r.out.c_str()));
+    EXPECT_TRUE(json_object_get_boolean(uvc_host_test::member(root.get(), "ok"))) << r.out;
 }
 
 TEST_F(HostToolTest, MadeMjpegSetPlaysBack) {
-    ToolRun made = run({"frames", "make", "--format", "MJPG", "--size", "64x48", "--count", "4",
+    Outcome made = run({"frames", "make", "--format", "MJPG", "--size", "64x48", "--count", "4",
                         "--dir", dir_.file("set")});
     ASSERT_EQ(made.status, 0) << made.err;
-    ToolRun r = run({"stream", "--size", "64x48", "--format", "MJPG", "--frames-dir",
+    Outcome r = run({"stream", "--size", "64x48", "--format", "MJPG", "--frames-dir",
                      dir_.file("set"), "--frames", "8", "--output", dir_.file("v.mjpg"),
                      "--no-progress", "--fps-tolerance", "50"});
     ASSERT_EQ(r.status, 0) << r.out << r.err;
@@ -129,58 +106,46 @@ TEST_F(HostToolTest, MadeMjpegSetPlaysBack) {
 }
 
 TEST_F(HostToolTest, SettingsByNameComeFromTheLibrarysTable) {
-    ToolRun set = run({"control", "set", "brightness=40", "--json"});
+    Outcome set = run({"control", "set", "brightness=40", "--json"});
     ASSERT_EQ(set.status, 0) << set.err;
     EXPECT_EQ(set.out, "{\"brightness\":40}\n");
     // Each command starts a fresh library: what the last one set is gone.
     EXPECT_EQ(run({"control", "get", "brightness", "--json"}).out, "{\"brightness\":null}\n");
-    ToolRun list = run({"control", "list"});
+    Outcome list = run({"control", "list"});
     ASSERT_EQ(list.status, 0) << list.err;
     EXPECT_EQ(std::count(list.out.begin(), list.out.end(), '\n'), 32) << list.out;
     for (const char* row :
-         {"whiteBalanceTemp                       int      2000     7500    100     4500  not set\n",
+         {"whiteBalanceTemp                       int      2000     7500    100     4500  not "
+          "set\n",
           "powerLineFrequency                     menu        0        2      1        2  not set  "
           "0 disabled, 1 50 Hz, 2 60 Hz\n"}) {
         EXPECT_NE(list.out.find(row), std::string::npos) << row << list.out;
     }
-    ToolRun unknown = run({"control", "get", "Brightness"});
-    EXPECT_EQ(unknown.status, 1);
-    EXPECT_NE(unknown.err.find("did you mean brightness?"), std::string::npos) << unknown.err;
 }
 
 TEST_F(HostToolTest, EveryExamplePlaysQuietly) {
 #ifdef UVC_EXAMPLES_DIR
     for (const char* name :
          {"streaming-start-stop", "format-change", "lost-connection", "control-round-trip"}) {
-        ToolRun r = run({"scenario", "--jpeg", std::string(UVC_EXAMPLES_DIR "/") + name + ".scn"});
+        Outcome r = run({"scenario", "--jpeg", std::string(UVC_EXAMPLES_DIR "/") + name + ".scn"});
         EXPECT_EQ(r.status, 0) << name << "\n" << r.out << r.err;
         // Warnings the scenario asked for (a lost connection) are no news.
         EXPECT_EQ(r.err, "") << name;
     }
-    ToolRun piped = run({"scenario", "-"}, "", UVC_EXAMPLES_DIR "/control-round-trip.scn");
+    Outcome piped = run({"scenario", "-"}, "", UVC_EXAMPLES_DIR "/control-round-trip.scn");
     EXPECT_EQ(piped.status, 0) << piped.out << piped.err;
     EXPECT_NE(piped.out.find("scenario standard input:"), std::string::npos) << piped.out;
 #endif
 }
 
-TEST_F(HostToolTest, BadInputNeverCrashes) {
-    // Usage errors in the real program: one line, whatever the library prints.
-    for (const auto& args : std::vector<std::vector<std::string>>{
-             {"stream", "--format", "XVID"}, {"control", "{oops"}, {"stream", "--fps"}}) {
-        ToolRun r = run(args);
-        EXPECT_EQ(r.status, 2) << args[0] << " " << r.err;
-        EXPECT_EQ(std::count(r.err.begin(), r.err.end(), '\n'), 1) << r.err;
-    }
-}
-
 TEST_F(HostToolTest, FramesPipeThroughStandardOutputAndSigtermEndsWithTheSummary) {
-    ToolRun piped = run(
+    Outcome piped = run(
         {"stream", "--size", "16x8", "--frames", "5", "--output", "-", "--fps-tolerance", "50"});
     ASSERT_EQ(piped.status, 0) << piped.err;
     EXPECT_EQ(piped.out.size(), 5u * 16 * 8 * 2);
     EXPECT_NE(piped.err.find("result: ok"), std::string::npos) << piped.err;
 
-    ToolRun stopped = run({"stream", "--size", "16x8", "--duration", "60", "--no-progress"},
+    Outcome stopped = run({"stream", "--size", "16x8", "--duration", "60", "--no-progress"},
                           "sleep 1; kill -TERM $!; wait $!");
     EXPECT_EQ(stopped.status, 143) << stopped.err;
     EXPECT_NE(stopped.out.find("(interrupted)"), std::string::npos) << stopped.out;
@@ -193,45 +158,41 @@ TEST_F(HostToolTest, FramesPipeThroughStandardOutputAndSigtermEndsWithTheSummary
                       " 2>" + dir_.file("stderr") + "; echo $? >" + dir_.file("status") +
                       "; } | head -c 1 >/dev/null";
     ASSERT_EQ(std::system(cmd.c_str()), 0);
-    std::vector<uint8_t> status = dir_.read("status"), err = dir_.read("stderr");
-    EXPECT_EQ(std::string(status.begin(), status.end()), "141\n");
-    std::string summary(err.begin(), err.end());
+    EXPECT_EQ(dir_.text("status"), "141\n");
+    std::string summary = dir_.text("stderr");
     EXPECT_NE(summary.find("(ended: output closed by its reader)"), std::string::npos) << summary;
+    EXPECT_EQ(summary.find(", 60.0 s"), std::string::npos) << summary;  // not the whole minute
+    EXPECT_NE(summary.find("note: standard output was closed by its reader after "),
+              std::string::npos)
+        << summary;
 }
 
 TEST_F(HostToolTest, HostBusyDropsAreCountedFromTheLibrarysWarnings) {
     // A host that takes 200 ms per frame of a 30 fps stream: the library
     // runs out of buffers and says so.
-    ToolRun r = run({"stream", "--size", "16x8", "--duration", "1.5", "--host-delay", "0:0=200",
-                     "--json"});
+    Outcome r =
+        run({"stream", "--size", "16x8", "--duration", "1.5", "--host-delay", "0:0=200", "--json"});
     EXPECT_EQ(r.status, 1) << r.err;
     EXPECT_NE(r.err.find("host busy"), std::string::npos) << r.err;
-    json_object* root = json_tokener_parse(r.out.c_str());
-    ASSERT_NE(root, nullptr) << r.out;
-    json_object *streams = nullptr, *dropped = nullptr, *hostBusy = nullptr;
-    ASSERT_TRUE(json_object_object_get_ex(root, "streams", &streams));
-    ASSERT_TRUE(json_object_object_get_ex(json_object_array_get_idx(streams, 0), "dropped",
-                                          &dropped));
-    ASSERT_TRUE(json_object_object_get_ex(dropped, "host_busy", &hostBusy));
-    EXPECT_GE(json_object_get_int(hostBusy), 1) << r.out;
-    json_object_put(root);
+    uvc_host::JsonPtr root(json_tokener_parse(r.out.c_str()));
+    EXPECT_GE(uvc_host_test::number(root.get(), "streams.0.dropped.host_busy"), 1) << r.out;
 }
 
 TEST_F(HostToolTest, ReportShowsH264PicturesThroughFfmpeg) {
     if (uvc_host::findOnPath("ffmpeg").empty()) {
         GTEST_SKIP() << "no ffmpeg on PATH";
     }
-    ToolRun made = run({"frames", "make", "--format", "H264", "--size", "64x48", "--count", "12",
+    Outcome made = run({"frames", "make", "--format", "H264", "--size", "64x48", "--count", "12",
                         "--dir", dir_.file("set")});
     ASSERT_EQ(made.status, 0) << made.err;
-    ToolRun r = run({"stream", "--size", "64x48", "--format", "H264", "--frames-dir",
+    Outcome r = run({"stream", "--size", "64x48", "--format", "H264", "--frames-dir",
                      dir_.file("set"), "--frames", "12", "--report", dir_.file("r"),
                      "--no-progress", "--fps-tolerance", "50"});
     ASSERT_EQ(r.status, 0) << r.out << r.err;
     for (int i = 0; i < 12; ++i) {
         int w = 0, h = 0;
-        EXPECT_TRUE(
-            jpegSize(dir_.read("r/frames/stream-0_0-frame" + std::to_string(i) + ".jpg"), &w, &h))
+        EXPECT_TRUE(uvc_host_test::decodeJpeg(
+            dir_.read("r/frames/stream-0_0-frame" + std::to_string(i) + ".jpg"), &w, &h))
             << i;
         EXPECT_EQ(w * h, 64 * 48);
     }
