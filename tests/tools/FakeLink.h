@@ -31,7 +31,6 @@ struct FakeState {
     uint32_t pacingFps = 0;  // 0: the configured rate
     uint64_t skipEvery = 0;  // every skipEvery-th frame period passes without a frame
     uint64_t recoveries = 0;
-    std::map<uvc_host::StreamKey, int64_t> hostDelaysMs;
     std::map<uvc_host::StreamKey, uint64_t> hostBusyDrops;
     bool failStart = false;
     bool started = false;
@@ -118,9 +117,7 @@ public:
     std::vector<std::string> replies() const override { return s_->replies; }
     uint64_t recoveries() const override { return s_->recoveries; }
     void failSends(int n) override { s_->recoveries += n > 0 ? 1 : 0; }
-    void setHostDelay(uvc_host::StreamKey key, std::chrono::milliseconds delay) override {
-        s_->hostDelaysMs[key] = delay.count();
-    }
+    void setHostDelay(uvc_host::StreamKey, std::chrono::milliseconds) override {}
     uvc_host::SourceLimits sourceLimits() const override { return {240, 0x7FFFFFFF, 8294400}; }
     uint64_t hostBusyDrops(uvc_host::StreamKey key) const override {
         auto it = s_->hostBusyDrops.find(key);
