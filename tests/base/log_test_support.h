@@ -55,6 +55,16 @@ public:
         return r;
     }
 
+    // The text of the one line logged before a passing marker; a failure and
+    // "" when there were none or several.
+    std::string onlyLine() {
+        Records r = untilMarker();
+        if (r.size() == 1)
+            return r[0].text;
+        ADD_FAILURE() << r.size() << " lines logged, not one";
+        return "";
+    }
+
     android_standin::LogCapture& capture() { return capture_; }
 
 private:
