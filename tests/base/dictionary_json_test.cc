@@ -125,8 +125,8 @@ TEST(DictionaryTest, AssignmentReplacesEveryKindAndSelfUseIsSafe) {
     EXPECT_EQ(7, assigned.getObject("f_obj").getObject("f_obj").getInteger("n"));
 }
 
-TEST(SerializationWrite, MembersFollowKindGroupsThenByteOrder) {
-    EXPECT_EQ(kEveryKindText, Serialization::serialize(everyKind()));
+// The order of members is pinned by kEveryKindText in the assignment test.
+TEST(SerializationWrite, EmptyValuesAndLists) {
     Dictionary empties;
     empties.setIntegerArray("i", {});
     empties.setObject("o", Dictionary());
@@ -255,10 +255,7 @@ TEST(SerializationLog, OneErrorLinePerFailedParseWithoutTheRejectedText) {
     volut_test::DefaultServerCapture cap;
     VOLUT::Log::setLogLevel(VOLUT::LOG_DEBUG);
     EXPECT_EQ(0u, Serialization::deserialize("{\"a\": ").size());
-    auto lines = cap.untilMarker();
-    ASSERT_EQ(1u, lines.size());
-    EXPECT_EQ(6, lines[0].priority);
-    EXPECT_TRUE(volut_test::Has(lines[0].text, "[E][VOLUT] - JSON parsing error\n"));
+    EXPECT_TRUE(volut_test::Has(cap.onlyLine(), "[E][VOLUT] - JSON parsing error\n"));
 
     cap.capture().clear();
     const std::string secret = "hunter2-Zq9";
