@@ -124,16 +124,11 @@ TEST(JpegEncoderTest, EveryRawFormatEncodesToItsSize) {
     JpegEncoder encoder;
     for (const char* name : {"YUYV", "YU12", "NV12"}) {
         const VideoFormat& f = *findFormat(name);
-        std::vector<uint8_t> frame(f.rawFrameBytes(64, 32), 0);
         // Luma 200 everywhere, in each format's own layout.
-        if (std::string(name) == "YUYV") {
-            for (size_t i = 0; i < frame.size(); i += 2) {
-                frame[i] = 200;
-                frame[i + 1] = 128;
-            }
-        } else {
-            std::fill(frame.begin(), frame.begin() + 64 * 32, 200);
-            std::fill(frame.begin() + 64 * 32, frame.end(), 128);
+        std::vector<uint8_t> frame(f.rawFrameBytes(64, 32), 128);
+        const bool packed = std::string(name) == "YUYV";
+        for (size_t i = 0; i < (packed ? frame.size() : 64 * 32); i += packed ? 2 : 1) {
+            frame[i] = 200;
         }
         std::vector<uint8_t> jpeg;
         std::string error;
