@@ -85,7 +85,8 @@ inline json_object* member(json_object* o, const std::string& path) {
     const size_t dot = path.find('.');
     const std::string step = path.substr(0, dot);
     json_object* v = nullptr;
-    if (json_object_is_type(o, json_type_array) && std::isdigit(step[0]) &&
+    if (json_object_is_type(o, json_type_array) && !step.empty() &&
+        std::isdigit(static_cast<unsigned char>(step[0])) &&
         std::stoul(step) < json_object_array_length(o)) {
         v = json_object_array_get_idx(o, std::stoul(step));
     } else if (!json_object_object_get_ex(o, step.c_str(), &v)) {
