@@ -145,8 +145,15 @@ TEST_F(HostToolTest, FramesPipeThroughStandardOutputAndSigtermEndsWithTheSummary
     EXPECT_EQ(piped.out.size(), 5u * 16 * 8 * 2);
     EXPECT_NE(piped.err.find("result: ok"), std::string::npos) << piped.err;
 
-    Outcome stopped = run({"stream", "--size", "16x8", "--duration", "60", "--no-progress"},
-                          "sleep 1; kill -TERM $!; wait $!");
+    // The signal comes once ten frames were written, however slow the
+    // machine (or its emulator) is to start the tool.
+    const std::string frames = dir_.file("frames");
+    Outcome stopped =
+        run({"stream", "--size", "16x8", "--duration", "60", "--no-progress", "--fps-tolerance",
+             "50", "--output", frames},
+            "until [ \"$(stat -c %s " + frames +
+                " 2>/dev/null || echo 0)\" -ge 2560 ] || ! kill -0 $!; do sleep 0.05; done; "
+                "kill -TERM $!; wait $!");
     EXPECT_EQ(stopped.status, 143) << stopped.err;
     EXPECT_NE(stopped.out.find("(interrupted)"), std::string::npos) << stopped.out;
     EXPECT_NE(stopped.out.find("stream 0:0: ok"), std::string::npos) << stopped.out;
