@@ -87,7 +87,8 @@ TEST_F(Handler, RangeRequestsAnswerFromTheTable) {
 }
 
 // SET_CUR and GET_CUR go to the library's settings; a setting it never wrote
-// reads as the default, a value out of range is brought into it.
+// reads as the default, a value out of range is brought into it. The
+// library's "never written" value is a valid pan or tilt once a host set it.
 TEST_F(Handler, CurrentValuesGoThroughTheLibrary) {
     using V = std::vector<uint8_t>;
     EXPECT_EQ(get(UVC_GET_CUR, 2, UVC_PU_BRIGHTNESS_CONTROL, 2), (V{128, 0}));
@@ -105,6 +106,9 @@ TEST_F(Handler, CurrentValuesGoThroughTheLibrary) {
     EXPECT_EQ(settings.sets, want);
     EXPECT_EQ(get(UVC_GET_CUR, 1, UVC_CT_PANTILT_ABSOLUTE_CONTROL, 8),
               (V{0x10, 0x0e, 0, 0, 0xf0, 0xf1, 0xff, 0xff}));
+    const V minus255 = {0x01, 0xff, 0xff, 0xff, 0x01, 0xff, 0xff, 0xff};
+    set(1, UVC_CT_PANTILT_ABSOLUTE_CONTROL, minus255);
+    EXPECT_EQ(get(UVC_GET_CUR, 1, UVC_CT_PANTILT_ABSOLUTE_CONTROL, 8), minus255);
 }
 
 // What no UVC camera of this kind answers stalls, and the error-code control

@@ -133,7 +133,8 @@ uvc_request_data RequestHandler::controlRequest(uint8_t request, const ControlRo
             const char* names[2] = {row.name, row.name2};
             for (unsigned f = 0; f < row.fields(); ++f) {
                 const std::optional<int32_t> v = settings_.get(names[f]);
-                current[f] = v && *v != kNeverWritten ? *v : row.def;
+                const bool unset = !v || (*v == kNeverWritten && written_.count(names[f]) == 0);
+                current[f] = unset ? row.def : *v;
             }
             return fill(current[0], row.fields() == 2 ? current[1] : 0);
         }
@@ -202,6 +203,7 @@ bool RequestHandler::data(const uvc_request_data& data) {
             if (value != wanted)
                 errorCode_ = kOutOfRange;
             settings_.set(names[f], value);
+            written_.insert(names[f]);
         }
     }
     return false;

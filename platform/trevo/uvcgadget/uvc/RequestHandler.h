@@ -5,6 +5,7 @@
 
 #include <cstdint>
 #include <optional>
+#include <set>
 #include <string>
 
 #include "uvc/ControlTable.h"
@@ -29,8 +30,9 @@ public:
 // - control interface, camera terminal and processing unit: the controls of
 //   ControlTable. SET_CUR and GET_CUR go to the library through a
 //   SettingChannel; GET_MIN/MAX/RES/DEF/INFO/LEN come from the table. A
-//   setting the library never wrote reads as the table's default. A value
-//   outside the range is brought into it before it is set;
+//   setting the library reports as never written reads as the table's
+//   default, unless this handler set it: the library's marker is a valid pan
+//   or tilt. A value outside the range is brought into it before it is set;
 // - control interface itself: the request-error-code control, which tells
 //   the host why the last request stalled.
 // Everything else stalls. Not thread-safe; used on the bridge's event thread.
@@ -80,6 +82,7 @@ private:
     Pending pending_ = Pending::None;
     const ControlRow* pendingRow_ = nullptr;
     uint8_t errorCode_ = kNoError;
+    std::set<std::string> written_;  // settings a host set through this handler
 };
 
 }  // namespace uvc_gadget
