@@ -40,12 +40,14 @@ void writeFunction(const gadget_test::TempDir& dir) {
     dir.write(yuyv + "bDefaultFrameIndex", "1\n");
     writeFrame(dir, yuyv + "hd", 2, 1280, 720, "1000000\n333333");
     dir.write(yuyv + "hd/dwDefaultFrameInterval", "333333\n");
-    writeFrame(dir, yuyv + "vga", 1, 640, 480, "333333");
+    writeFrame(dir, yuyv + "vga", 1, 640, 480, "333333\n666666");
+    dir.write(yuyv + "vga/dwDefaultFrameInterval", "500001\n");  // none of its intervals
     const std::string nv12 = "streaming/uncompressed/z_nv12/";
     dir.write(nv12 + "bFormatIndex", "1\n");
     dir.write(nv12 + "guidFormat", guid("NV12"));
     dir.write(nv12 + "bBitsPerPixel", "12\n");
     writeFrame(dir, nv12 + "f", 1, 640, 480, "666666");
+    dir.write(nv12 + "f/dwDefaultFrameInterval", "0\n");
     const std::string mjpeg = "streaming/mjpeg/m/";
     dir.write(mjpeg + "bFormatIndex", "3\n");
     writeFrame(dir, mjpeg + "f", 1, 640, 480, "333333");
@@ -75,12 +77,14 @@ TEST(ConfigfsFunction, ReadsWhatTheFunctionDeclares) {
     ASSERT_EQ(f.formats.size(), 3u);
     EXPECT_EQ(f.formats[0].fourcc, fourcc('N', 'V', '1', '2'));
     EXPECT_EQ(f.formats[0].frames[0].maxFrameSize, 640u * 480 * 3 / 2);
-    EXPECT_EQ(f.formats[0].frames[0].defaultInterval, 666666u);  // the only one
+    // A default the frame does not declare becomes the nearest one it does.
+    EXPECT_EQ(f.formats[0].frames[0].defaultInterval, 666666u);
 
     const FormatDesc& yuyv = f.formats[1];
     EXPECT_EQ(yuyv.fourcc, fourcc('Y', 'U', 'Y', 'V'));
     ASSERT_EQ(yuyv.frames.size(), 2u);
     EXPECT_EQ(yuyv.frames[0].width, 640);  // ordered by bFrameIndex
+    EXPECT_EQ(yuyv.frames[0].defaultInterval, 666666u);
     EXPECT_EQ(yuyv.frames[1].intervals, (std::vector<uint32_t>{333333, 1000000}));
     EXPECT_EQ(yuyv.frames[1].defaultInterval, 333333u);
     EXPECT_EQ(yuyv.frames[1].maxFrameSize, 1280u * 720 * 2);

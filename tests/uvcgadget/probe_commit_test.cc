@@ -73,4 +73,11 @@ TEST(ProbeCommit, CommitGivesTheStreamTheBridgeReports) {
     EXPECT_EQ(pc.controlSize(), 34);
     function.uvcVersion = 0x0100;
     EXPECT_EQ(ProbeCommit(function).controlSize(), 26);
+
+    // A default interval the frame does not declare is never answered or
+    // committed, not even for a host that asks for none.
+    function.formats[0].frames[1].defaultInterval = 0;
+    ProbeCommit undeclared(function);
+    EXPECT_EQ(undeclared.defaults().dwFrameInterval, 333333u);
+    EXPECT_EQ(undeclared.commit(request(1, 2, 0)).interval, 333333u);
 }

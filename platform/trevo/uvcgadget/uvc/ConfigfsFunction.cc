@@ -108,8 +108,15 @@ bool readFrame(const fs::path& dir, uint32_t bitsPerPixel, FrameDesc& frame) {
                           frame.intervals.end());
     if (frame.intervals.empty())
         return false;
-    frame.defaultInterval = frame.intervals.front();
-    readOptional(dir / "dwDefaultFrameInterval", frame.defaultInterval);
+    // configfs takes any default, 0 included, and the host is told it as is;
+    // the bridge answers with the declared interval nearest to it.
+    uint32_t wantedDefault = frame.intervals.front();
+    readOptional(dir / "dwDefaultFrameInterval", wantedDefault);
+    frame.defaultInterval = frame.nearestInterval(wantedDefault);
+    if (frame.defaultInterval != wantedDefault)
+        __android_log_print(ANDROID_LOG_WARN, kTag,
+                            "%s: default interval %u is none of the frame's; using %u",
+                            dir.c_str(), wantedDefault, frame.defaultInterval);
     if (bitsPerPixel != 0) {
         frame.maxFrameSize = static_cast<uint32_t>(uint64_t(width) * height * bitsPerPixel / 8);
     } else {

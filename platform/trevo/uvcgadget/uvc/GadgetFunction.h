@@ -18,8 +18,12 @@ struct FrameDesc {
     uint16_t width = 0;
     uint16_t height = 0;
     std::vector<uint32_t> intervals;  // 100 ns units, ascending, never empty
-    uint32_t defaultInterval = 0;
-    uint32_t maxFrameSize = 0;  // bytes of the largest frame
+    uint32_t defaultInterval = 0;     // one of `intervals`
+    uint32_t maxFrameSize = 0;        // bytes of the largest frame
+
+    // The declared interval nearest to `wanted` (the shorter one of two
+    // equally near).
+    uint32_t nearestInterval(uint32_t wanted) const;
 };
 
 // One format descriptor of the streaming interface.

@@ -2,8 +2,6 @@
 
 #include <endian.h>
 
-#include <cstdlib>
-
 namespace uvc_gadget {
 
 namespace {
@@ -13,15 +11,11 @@ constexpr uint32_t kClockFrequency = 48000000;
 // bmFramingInfo: every payload carries the frame-id and end-of-frame bits.
 constexpr uint8_t kFramingInfo = 0x03;
 
+// A host that asks for no interval gets the frame's default. The answer is
+// a declared interval even when the default is not (a function table that no
+// reader checked): an interval of 0 would be a stream that never starts.
 uint32_t nearestInterval(const FrameDesc& frame, uint32_t wanted) {
-    if (wanted == 0)
-        return frame.defaultInterval;
-    uint32_t best = frame.intervals.front();
-    for (uint32_t i : frame.intervals) {
-        if (std::llabs(int64_t(i) - wanted) < std::llabs(int64_t(best) - wanted))
-            best = i;
-    }
-    return best;
+    return frame.nearestInterval(wanted != 0 ? wanted : frame.defaultInterval);
 }
 
 }  // namespace
@@ -68,7 +62,7 @@ uvc_streaming_control ProbeCommit::defaults() const {
     const FrameDesc* frame = format.frame(format.defaultFrameIndex);
     if (frame == nullptr)
         frame = &format.frames.front();
-    return make(format, *frame, frame->defaultInterval);
+    return make(format, *frame, nearestInterval(*frame, 0));
 }
 
 uvc_streaming_control ProbeCommit::minimum() const {
