@@ -60,8 +60,10 @@ StreamPort::~StreamPort() {
 
 bool StreamPort::open(std::string& error) {
     std::unique_ptr<VideoNode> video = VideoNode::open(node_.videoPath, error);
-    if (!video)
-        return false;
+    return video && open(std::move(video), error);
+}
+
+bool StreamPort::open(std::unique_ptr<VideoNode> video, std::string& error) {
     for (uint32_t type : kEvents) {
         const int result = video->subscribe(type);
         if (result != 0) {

@@ -61,6 +61,8 @@ public:
     // succeeds the gadget connects to the host. False with a reason otherwise,
     // nothing left subscribed or open.
     bool open(std::string& error);
+    // The same with a node already open (a stand-in, in tests).
+    bool open(std::unique_ptr<VideoNode> video, std::string& error);
 
     uint8_t streamId() const { return node_.streamId; }
     uint8_t streamIdx() const { return node_.streamIdx; }

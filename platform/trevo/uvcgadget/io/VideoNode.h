@@ -14,12 +14,16 @@ namespace uvc_gadget {
 // One open V4L2 output node of a UVC gadget function ("g_uvc" driver): the
 // ioctls the bridge makes on it, each returning 0 or a negative errno. The
 // node is opened non-blocking, so dequeueing never waits. Not thread-safe:
-// its owner serialises the calls.
+// its owner serialises the calls. Every ioctl goes through control(), which a
+// stand-in without a kernel overrides.
 class VideoNode {
 public:
     // Opens `path` and checks that it is a UVC gadget's video output node;
     // nullptr with a reason in `error` otherwise.
     static std::unique_ptr<VideoNode> open(const std::string& path, std::string& error);
+    virtual ~VideoNode() = default;
+    VideoNode(const VideoNode&) = delete;
+    VideoNode& operator=(const VideoNode&) = delete;
 
     int fd() const { return fd_.get(); }
     const std::string& path() const { return path_; }
@@ -41,10 +45,13 @@ public:
     int streamOn();
     int streamOff();
 
-private:
+protected:
+    // `fd` is what buffers are mapped from.
     VideoNode(UniqueFd fd, std::string path);
-    int control(unsigned long request, void* argument);
+    // One ioctl, repeated when a signal interrupts it.
+    virtual int control(unsigned long request, void* argument);
 
+private:
     UniqueFd fd_;
     std::string path_;
 };
