@@ -244,20 +244,22 @@ void StreamPort::handleEvent(const v4l2_event& event) {
         }
         case UVC_EVENT_STREAMON: {
             std::string error;
-            bool started;
+            bool wasStreaming, started;
             {
                 std::lock_guard<std::mutex> guard(mutex_);
                 // A host may stream without a CONNECT seen first (bridge started
                 // late); streaming proves the connection.
                 connected_ = true;
+                wasStreaming = streaming_;
                 started = startStreaming(error);
             }
-            if (!started) {
+            if (!started)
                 __android_log_print(ANDROID_LOG_ERROR, kTag, "stream %u:%u: not started: %s",
                                     streamId(), streamIdx(), error.c_str());
-                break;
-            }
-            listener_.hotplug(trevo::CONNECTION_STATUS_STREAM_CHANGED, streamId(), streamIdx());
+            // A failed restart has stopped the stream that ran.
+            if (started || wasStreaming)
+                listener_.hotplug(trevo::CONNECTION_STATUS_STREAM_CHANGED, streamId(),
+                                  streamIdx());
             break;
         }
         case UVC_EVENT_STREAMOFF: {

@@ -1,0 +1,106 @@
+#include <gtest/gtest.h>
+
+#include <fcntl.h>
+#include <poll.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <deque>
+#include <memory>
+
+#include "GadgetTestSupport.h"
+#include "StreamPort.h"
+
+using namespace uvc_gadget;
+
+namespace {
+
+constexpr size_t kBufferBytes = 2 * 1024 * 1024;  // a page multiple
+
+// A gadget node without a kernel: it hands out the events a test queues,
+// maps its buffers from a file and fails STREAMON or QBUF as told.
+class StandInNode : public VideoNode {
+public:
+    explicit StandInNode(const gadget_test::TempDir& dir)
+        : VideoNode(UniqueFd(::open((dir.path() + "/buffers").c_str(),
+                                    O_RDWR | O_CREAT | O_CLOEXEC, 0600)),
+                    "/dev/video-stand-in") {
+        EXPECT_EQ(ftruncate(fd(), off_t(kBufferBytes * StreamPort::kBufferCount)), 0);
+    }
+
+    std::deque<uint32_t> events;
+    int streamOnResult = 0;
+    int queueResult = 0;
+    int queued = 0;
+
+protected:
+    int control(unsigned long request, void* argument) override {
+        if (request == VIDIOC_DQEVENT) {
+            if (events.empty())
+                return -ENOENT;
+            static_cast<v4l2_event*>(argument)->type = events.front();
+            events.pop_front();
+        } else if (request == VIDIOC_QUERYBUF) {
+            v4l2_buffer& buffer = *static_cast<v4l2_buffer*>(argument);
+            buffer.length = kBufferBytes;
+            buffer.m.offset = buffer.index * kBufferBytes;
+        } else if (request == VIDIOC_STREAMON) {
+            return streamOnResult;
+        } else if (request == VIDIOC_QBUF) {
+            queued += queueResult == 0;
+            return queueResult;
+        } else if (request == VIDIOC_DQBUF) {
+            return -EAGAIN;
+        }
+        return 0;
+    }
+};
+
+// A port on a stand-in node; records whether the port streamed at each
+// hotplug, which is what the library reads back then.
+struct Port : testing::Test, PortListener {
+    gadget_test::TempDir dir;
+    StandInNode* node = nullptr;
+    StreamPort port{GadgetNode{"/dev/video-stand-in", dir.path(), 0, 0},
+                    gadget_test::twoFormats(), *this};
+    std::vector<int32_t> streamingAtHotplug;
+    AHardwareBuffer* frame = nullptr;
+
+    void SetUp() override {
+        auto standIn = std::make_unique<StandInNode>(dir);
+        node = standIn.get();
+        std::string error;
+        ASSERT_TRUE(port.open(std::move(standIn), error)) << error;
+        const AHardwareBuffer_Desc desc = {4096, 1, 1, AHARDWAREBUFFER_FORMAT_BLOB,
+                                           AHARDWAREBUFFER_USAGE_CPU_READ_OFTEN, 0, 0, 0};
+        ASSERT_EQ(AHardwareBuffer_allocate(&desc, &frame), 0);
+    }
+    void TearDown() override {
+        if (frame != nullptr)
+            AHardwareBuffer_release(frame);
+    }
+
+    void hotplug(trevo::ConnectionStatus, uint8_t, uint8_t) override {
+        streamingAtHotplug.push_back(port.configuration().streaming);
+    }
+    std::vector<std::string> setting(const std::string&, uint8_t, uint8_t) override { return {}; }
+
+    void event(uint32_t type) {
+        node->events.push_back(type);
+        port.onPoll(POLLPRI);
+    }
+    int send() { return port.sendFrame(frame, 4096); }
+};
+
+}  // namespace
+
+// A restart whose STREAMON fails has already stopped the running stream: the
+// library hears that the stream stopped.
+TEST_F(Port, AFailedRestartReportsTheStreamStopped) {
+    event(UVC_EVENT_STREAMON);
+    node->streamOnResult = -ENODEV;
+    event(UVC_EVENT_STREAMON);
+    EXPECT_EQ(streamingAtHotplug, (std::vector<int32_t>{1, 0}));
+    EXPECT_EQ(send(), 0);
+    EXPECT_EQ(node->queued, 0);
+}
