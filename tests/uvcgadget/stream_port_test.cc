@@ -104,3 +104,22 @@ TEST_F(Port, AFailedRestartReportsTheStreamStopped) {
     EXPECT_EQ(send(), 0);
     EXPECT_EQ(node->queued, 0);
 }
+
+// Queueing fails with ENODEV or ESHUTDOWN once the host went away, until the
+// stream is stopped: the library hears of it once, not for every frame, and
+// again only after the host came back.
+TEST_F(Port, AVanishedHostIsReportedOnceUntilItReturns) {
+    for (int gone : {-ENODEV, -ESHUTDOWN}) {
+        SCOPED_TRACE(gone);
+        node->queueResult = 0;
+        event(UVC_EVENT_STREAMON);
+        EXPECT_EQ(send(), 0);
+        node->queueResult = gone;
+        EXPECT_EQ(send(), gone);
+        EXPECT_EQ(send(), 0);
+        event(UVC_EVENT_DISCONNECT);
+        EXPECT_EQ(send(), 0);
+        event(UVC_EVENT_CONNECT);
+    }
+    EXPECT_EQ(node->queued, 2);
+}

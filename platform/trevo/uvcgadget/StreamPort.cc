@@ -95,7 +95,7 @@ trevo::HalUvcConfig StreamPort::configuration() const {
 int StreamPort::sendFrame(AHardwareBuffer* buffer, uint32_t size) {
     std::lock_guard<std::mutex> guard(mutex_);
     if (!connected_)
-        return -ENOTCONN;
+        return reportLoss(-ENOTCONN);
     if (!streaming_ || buffer == nullptr || size == 0) {
         ++dropped_;
         return 0;
@@ -133,11 +133,16 @@ int StreamPort::sendFrame(AHardwareBuffer* buffer, uint32_t size) {
     if (result != 0) {
         buffers_->release(slot);
         ++dropped_;
-        // A node that is gone cannot recover; anything else costs one frame.
-        return result == -ENODEV ? result : 0;
+        // The host went away: the function fails every buffer until the
+        // stream is stopped. Anything else costs one frame.
+        return result == -ENODEV || result == -ESHUTDOWN ? reportLoss(result) : 0;
     }
     ++sent_;
     return 0;
+}
+
+int StreamPort::reportLoss(int error) {
+    return std::exchange(lossReported_, true) ? 0 : error;
 }
 
 bool StreamPort::reopen(const std::string& videoPath, GadgetFunction function, std::string& error) {
@@ -226,6 +231,7 @@ void StreamPort::handleEvent(const v4l2_event& event) {
                                 streamId(), streamIdx(), static_cast<int>(uvc.speed));
             std::lock_guard<std::mutex> guard(mutex_);
             connected_ = true;
+            lossReported_ = false;
             break;
         }
         case UVC_EVENT_DISCONNECT: {
@@ -320,6 +326,7 @@ bool StreamPort::startStreaming(std::string& error) {
     }
     buffers_ = std::move(buffers);
     streaming_ = true;
+    lossReported_ = false;
     active_ = committed_;
     sent_ = 0;
     dropped_ = 0;

@@ -80,8 +80,11 @@ public:
     trevo::HalUvcConfig configuration() const;
     // Copies `size` bytes of the frame in `buffer` into a free output buffer
     // and queues it. 0 when queued or dropped (not streaming, no free buffer,
-    // frame larger than the buffer); -ENOTCONN when no host is connected;
-    // another negative errno when the node failed.
+    // frame larger than the buffer, any other failure to queue). When the
+    // host is gone, a negative errno once (-ENOTCONN when it disconnected,
+    // -ENODEV or -ESHUTDOWN when queueing found it gone), then 0 until it
+    // connects or starts a stream again: the library takes every failure
+    // for a lost connection.
     int sendFrame(AHardwareBuffer* buffer, uint32_t size);
 
     int pollFd() const override;
@@ -105,6 +108,8 @@ private:
     bool startStreaming(std::string& error);
     void stopStreaming();
     void reclaimBuffers();
+    // `error` when the host's loss was not reported yet, else 0.
+    int reportLoss(int error);
     // The node went away (its gadget was unbound): stops the stream and
     // closes the node, which would otherwise poll as ready forever and keep
     // the unbind waiting.
@@ -120,6 +125,7 @@ private:
     std::unique_ptr<OutputBuffers> buffers_;
     bool connected_ = false;
     bool streaming_ = false;
+    bool lossReported_ = false;  // cleared when the host connects or streams
     bool lost_ = false;  // written under mutex_ on the event thread, read there
     StreamFormat committed_;
     StreamFormat active_;
