@@ -1,12 +1,10 @@
 #include <gtest/gtest.h>
 
-#include <fcntl.h>
 #include <poll.h>
-#include <unistd.h>
+#include <sys/mman.h>
 
 #include <cerrno>
 #include <deque>
-#include <memory>
 
 #include "GadgetTestSupport.h"
 #include "StreamPort.h"
@@ -15,70 +13,63 @@ using namespace uvc_gadget;
 
 namespace {
 
-constexpr size_t kBufferBytes = 2 * 1024 * 1024;  // a page multiple
+constexpr size_t kBufferBytes = 64 * 1024;  // a multiple of any page size
 
-// A gadget node without a kernel: it hands out the events a test queues,
-// maps its buffers from a file and fails STREAMON or QBUF as told.
+// A gadget node without a kernel: hands out the events a test queues, maps
+// its buffers from memory and fails STREAMON or QBUF as told.
 class StandInNode : public VideoNode {
 public:
-    explicit StandInNode(const gadget_test::TempDir& dir)
-        : VideoNode(UniqueFd(::open((dir.path() + "/buffers").c_str(),
-                                    O_RDWR | O_CREAT | O_CLOEXEC, 0600)),
-                    "/dev/video-stand-in") {
+    StandInNode() : VideoNode(UniqueFd(memfd_create("buffers", MFD_CLOEXEC)), "/dev/video9") {
         EXPECT_EQ(ftruncate(fd(), off_t(kBufferBytes * StreamPort::kBufferCount)), 0);
     }
 
     std::deque<uint32_t> events;
-    int streamOnResult = 0;
-    int queueResult = 0;
-    int queued = 0;
+    int streamOnResult = 0, queueResult = 0, queued = 0;
 
 protected:
     int control(unsigned long request, void* argument) override {
-        if (request == VIDIOC_DQEVENT) {
-            if (events.empty())
-                return -ENOENT;
-            static_cast<v4l2_event*>(argument)->type = events.front();
-            events.pop_front();
-        } else if (request == VIDIOC_QUERYBUF) {
-            v4l2_buffer& buffer = *static_cast<v4l2_buffer*>(argument);
-            buffer.length = kBufferBytes;
-            buffer.m.offset = buffer.index * kBufferBytes;
-        } else if (request == VIDIOC_STREAMON) {
-            return streamOnResult;
-        } else if (request == VIDIOC_QBUF) {
-            queued += queueResult == 0;
-            return queueResult;
-        } else if (request == VIDIOC_DQBUF) {
-            return -EAGAIN;
+        auto* buffer = static_cast<v4l2_buffer*>(argument);
+        switch (request) {
+            case VIDIOC_DQEVENT:
+                if (events.empty())
+                    return -ENOENT;
+                static_cast<v4l2_event*>(argument)->type = events.front();
+                events.pop_front();
+                return 0;
+            case VIDIOC_QUERYBUF:
+                buffer->length = kBufferBytes;
+                buffer->m.offset = buffer->index * kBufferBytes;
+                return 0;
+            case VIDIOC_STREAMON:
+                return streamOnResult;
+            case VIDIOC_QBUF:
+                queued += queueResult == 0;
+                return queueResult;
+            case VIDIOC_DQBUF:
+                return -EAGAIN;
+            default:
+                return 0;
         }
-        return 0;
     }
 };
 
-// A port on a stand-in node; records whether the port streamed at each
-// hotplug, which is what the library reads back then.
+// A port on a stand-in node; records what the library reads back at each
+// hotplug.
 struct Port : testing::Test, PortListener {
-    gadget_test::TempDir dir;
-    StandInNode* node = nullptr;
-    StreamPort port{GadgetNode{"/dev/video-stand-in", dir.path(), 0, 0},
-                    gadget_test::twoFormats(), *this};
+    StandInNode* node = new StandInNode;
+    StreamPort port{GadgetNode{"/dev/video9", "/cfg/uvc.0", 0, 0}, gadget_test::twoFormats(),
+                    *this};
     std::vector<int32_t> streamingAtHotplug;
     AHardwareBuffer* frame = nullptr;
 
     void SetUp() override {
-        auto standIn = std::make_unique<StandInNode>(dir);
-        node = standIn.get();
         std::string error;
-        ASSERT_TRUE(port.open(std::move(standIn), error)) << error;
+        ASSERT_TRUE(port.open(std::unique_ptr<VideoNode>(node), error)) << error;
         const AHardwareBuffer_Desc desc = {4096, 1, 1, AHARDWAREBUFFER_FORMAT_BLOB,
                                            AHARDWAREBUFFER_USAGE_CPU_READ_OFTEN, 0, 0, 0};
         ASSERT_EQ(AHardwareBuffer_allocate(&desc, &frame), 0);
     }
-    void TearDown() override {
-        if (frame != nullptr)
-            AHardwareBuffer_release(frame);
-    }
+    void TearDown() override { AHardwareBuffer_release(frame); }
 
     void hotplug(trevo::ConnectionStatus, uint8_t, uint8_t) override {
         streamingAtHotplug.push_back(port.configuration().streaming);
