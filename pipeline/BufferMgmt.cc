@@ -69,9 +69,13 @@ void BufferMgmt::frameDropped() const {
     const auto now = std::chrono::steady_clock::now();
     if (dropReported && now - lastDropReport < std::chrono::seconds(1))
         return;
+    reportDropsLocked(now);
+}
+
+void BufferMgmt::reportDropsLocked(std::chrono::steady_clock::time_point now) const {
     __android_log_print(ANDROID_LOG_WARN, kTag,
-                        "Stream [%u] [%u]: host busy, %u frame(s) dropped\n", stream_id,
-                        stream_idx, droppedSinceReport);
+                        "Stream [%u] [%u]: host busy, %u frame(s) dropped\n", stream_id, stream_idx,
+                        droppedSinceReport);
     droppedSinceReport = 0;
     dropReported = true;
     lastDropReport = now;
@@ -140,6 +144,13 @@ void BufferMgmt::stopStream() {
     if (msgThread.joinable())
         msgThread.join();
     sender.stop();
+    {
+        // Drops held back by the once-a-second limit are told now, so that
+        // the log of a stream always adds up to what it lost.
+        std::lock_guard<std::mutex> dropGuard(dropLock);
+        if (droppedSinceReport > 0)
+            reportDropsLocked(std::chrono::steady_clock::now());
+    }
     std::lock_guard<std::recursive_mutex> guard(lock);
     threadStarted = false;
     // Drop a wake-up the thread did not need; filled buffers keep their order.

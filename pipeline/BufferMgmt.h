@@ -63,7 +63,7 @@ public:
 
     // Counts a frame that had to be dropped because the stream was busy (no
     // free hardware buffer, or a conversion running) and says so at most
-    // once a second. Thread-safe.
+    // once a second; stopStream() tells what is still untold. Thread-safe.
     void frameDropped() const;
 
     bool isRunning() const { return running; }
@@ -81,6 +81,7 @@ public:
 
 private:
     int repairLocked();
+    void reportDropsLocked(std::chrono::steady_clock::time_point now) const;  // holds dropLock
 
     uint8_t stream_id;
     uint8_t stream_idx;
