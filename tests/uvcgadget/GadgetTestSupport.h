@@ -43,7 +43,7 @@ private:
 inline uvc_gadget::GadgetFunction twoFormats() {
     using namespace uvc_gadget;
     GadgetFunction f;
-    f.maxPayloadTransferSize = 3072;
+    f.endpoint = StreamingEndpoint::fromAttributes(3072, 1);
     FormatDesc yuyv;
     yuyv.index = 1;
     yuyv.fourcc = fourcc('Y', 'U', 'Y', 'V');

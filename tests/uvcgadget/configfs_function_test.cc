@@ -3,6 +3,7 @@
 #include <string>
 
 #include "GadgetTestSupport.h"
+#include "android_testing.h"
 #include "uvc/ConfigfsFunction.h"
 
 using namespace uvc_gadget;
@@ -24,7 +25,8 @@ void writeFrame(const gadget_test::TempDir& dir, const std::string& frame, int i
         dir.write(frame + "/dwFrameInterval", intervals + "\n");
 }
 
-// A function directory as configfs shows it after the gadget script ran; the
+// A function directory as configfs shows it after the gadget script ran,
+// with two modes its endpoint (3 x 1024 bytes a microframe) cannot carry; the
 // directory names run against the index order.
 void writeFunction(const gadget_test::TempDir& dir) {
     dir.write("control/bInterfaceNumber", "2\n");
@@ -32,14 +34,16 @@ void writeFunction(const gadget_test::TempDir& dir) {
     dir.write("control/header/h/bcdUVC", "256\n");
     dir.write("control/terminal/camera/default/bTerminalID", "1\n");
     dir.write("control/processing/default/bUnitID", "2\n");
-    dir.write("streaming_maxpacket", "2048\n");
+    dir.write("streaming_maxpacket", "3072\n");
+    dir.write("streaming_interval", "4\n");  // ignored: three packets serve every microframe
     const std::string yuyv = "streaming/uncompressed/yuyv/";
     dir.write(yuyv + "bFormatIndex", "2\n");
     dir.write(yuyv + "guidFormat", guid("YUY2"));
     dir.write(yuyv + "bBitsPerPixel", "16\n");
     dir.write(yuyv + "bDefaultFrameIndex", "1\n");
-    writeFrame(dir, yuyv + "hd", 2, 1280, 720, "1000000\n333333");
+    writeFrame(dir, yuyv + "hd", 2, 1280, 720, "1000000\n333333");  // 30 fps: 55 MB/s
     dir.write(yuyv + "hd/dwDefaultFrameInterval", "333333\n");
+    writeFrame(dir, yuyv + "uhd", 3, 7680, 4320, "10000000");  // even 1 fps is too much
     writeFrame(dir, yuyv + "vga", 1, 640, 480, "333333\n666666");
     dir.write(yuyv + "vga/dwDefaultFrameInterval", "500001\n");  // none of its intervals
     const std::string nv12 = "streaming/uncompressed/z_nv12/";
@@ -51,7 +55,7 @@ void writeFunction(const gadget_test::TempDir& dir) {
     const std::string mjpeg = "streaming/mjpeg/m/";
     dir.write(mjpeg + "bFormatIndex", "3\n");
     writeFrame(dir, mjpeg + "f", 1, 640, 480, "333333");
-    dir.write(mjpeg + "f/dwMaxVideoFrameBufferSize", "614400\n");
+    dir.write(mjpeg + "f/dwMaxVideoFrameBufferSize", "1843200\n");  // compressed: never judged
     // Not declared: no index (not linked into the header), an unknown GUID,
     // a frame without intervals.
     dir.write("streaming/mjpeg/unlinked/f/wWidth", "320\n");
@@ -68,11 +72,26 @@ TEST(ConfigfsFunction, ReadsWhatTheFunctionDeclares) {
     writeFunction(dir);
     GadgetFunction f;
     std::string error;
+    android_standin::LogCapture log;
     ASSERT_TRUE(ConfigfsFunction(dir.path()).load(f, error)) << error;
     EXPECT_EQ(f.uvcVersion, 0x0100);
     EXPECT_EQ(f.controlInterface, 2);
     EXPECT_EQ(f.streamingInterface, 3);
-    EXPECT_EQ(f.maxPayloadTransferSize, 2048u);  // two packets of 1024
+    EXPECT_EQ(f.endpoint.bytesPerService(), 3072u);
+    EXPECT_EQ(f.endpoint.interval, 1u);
+    // Every warning: one line per mode refused, naming it and both
+    // bandwidths (hd's refused default says nothing more), then the others.
+    std::vector<std::string> lines;
+    for (const auto& record : log.withTag("UvcGadget"))
+        lines.push_back(record.text.substr(record.text.find(": ") + 2));
+    const std::string carries = ", the streaming endpoint carries 24.48 MB/s; not offered";
+    EXPECT_EQ(lines, (std::vector<std::string>{
+                         "format not supported, skipped",
+                         "YUYV 1280x720 at 30.00 fps needs 55.36 MB/s" + carries,
+                         "YUYV 7680x4320 at 1.00 fps needs 66.36 MB/s" + carries,
+                         "default interval 500001 is none of the frame's; using 666666",
+                         "default interval 0 is none of the frame's; using 666666",
+                         "frame not usable, skipped"}));
 
     ASSERT_EQ(f.formats.size(), 3u);
     EXPECT_EQ(f.formats[0].fourcc, fourcc('N', 'V', '1', '2'));
@@ -85,14 +104,14 @@ TEST(ConfigfsFunction, ReadsWhatTheFunctionDeclares) {
     ASSERT_EQ(yuyv.frames.size(), 2u);
     EXPECT_EQ(yuyv.frames[0].width, 640);  // ordered by bFrameIndex
     EXPECT_EQ(yuyv.frames[0].defaultInterval, 666666u);
-    EXPECT_EQ(yuyv.frames[1].intervals, (std::vector<uint32_t>{333333, 1000000}));
-    EXPECT_EQ(yuyv.frames[1].defaultInterval, 333333u);
+    EXPECT_EQ(yuyv.frames[1].intervals, (std::vector<uint32_t>{1000000}));
+    EXPECT_EQ(yuyv.frames[1].defaultInterval, 1000000u);
     EXPECT_EQ(yuyv.frames[1].maxFrameSize, 1280u * 720 * 2);
 
     const FormatDesc& mjpeg = f.formats[2];
     EXPECT_TRUE(mjpeg.compressed);
     ASSERT_EQ(mjpeg.frames.size(), 1u);
-    EXPECT_EQ(mjpeg.frames[0].maxFrameSize, 614400u);
+    EXPECT_EQ(mjpeg.frames[0].maxFrameSize, 1843200u);
 }
 
 TEST(ConfigfsFunction, RefusesAFunctionWithoutFormats) {
@@ -104,4 +123,38 @@ TEST(ConfigfsFunction, RefusesAFunctionWithoutFormats) {
     dir.write("streaming/mjpeg/unlinked/f/wWidth", "320\n");
     EXPECT_FALSE(ConfigfsFunction(dir.path()).load(f, error));
     EXPECT_NE(error.find("no format"), std::string::npos);
+}
+
+// The endpoint the kernel's function makes of its attributes, and what it
+// carries: whole services of its bytes less the largest payload header.
+TEST(ConfigfsFunction, EndpointCarriesWholeServicesOfPayload) {
+    struct Case {
+        uint32_t maxPacketAttr, intervalAttr;
+        uint32_t maxPacket, mult, interval;
+        uint64_t payloadPerSecond;
+    } cases[] = {
+        {3072, 1, 1024, 3, 1, 3060 * 8000},
+        {2049, 4, 683, 3, 1, 2037 * 8000},  // more than one packet: every microframe
+        {2047, 1, 1023, 2, 1, 2034 * 8000},
+        {1024, 4, 1024, 1, 4, 1012 * 1000},
+        {512, 17, 512, 1, 16, 500 * 8000 / 32768},
+        {9000, 0, 1024, 3, 1, 3060 * 8000},  // clamped as the function does
+        {12, 1, 12, 1, 1, 0},                // the header alone
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(testing::Message() << c.maxPacketAttr << "/" << c.intervalAttr);
+        const StreamingEndpoint e =
+            StreamingEndpoint::fromAttributes(c.maxPacketAttr, c.intervalAttr);
+        EXPECT_EQ(e.maxPacket, c.maxPacket);
+        EXPECT_EQ(e.mult, c.mult);
+        EXPECT_EQ(e.interval, c.interval);
+        EXPECT_EQ(e.payloadPerSecond(), c.payloadPerSecond);
+    }
+    // 1012 payload bytes a millisecond: 100 services take 100 ms, and a
+    // frame one byte larger takes a service more.
+    const StreamingEndpoint ms = StreamingEndpoint::fromAttributes(1024, 4);
+    EXPECT_TRUE(ms.carries(101200, 1000000));
+    EXPECT_FALSE(ms.carries(101201, 1000000));
+    EXPECT_FALSE(ms.carries(101200, 999999));
+    EXPECT_FALSE(StreamingEndpoint::fromAttributes(12, 1).carries(1, 10000000));
 }

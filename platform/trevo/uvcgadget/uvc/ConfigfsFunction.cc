@@ -93,40 +93,80 @@ uint32_t fourccOfGuid(const std::string& guid) {
     return 0;
 }
 
-bool readFrame(const fs::path& dir, uint32_t bitsPerPixel, FrameDesc& frame) {
+std::string fourccName(uint32_t code) {
+    return {char(code & 0xff), char(code >> 8 & 0xff), char(code >> 16 & 0xff), char(code >> 24)};
+}
+
+// Drops the intervals at which an uncompressed frame needs more than the
+// endpoint carries, one warning each: a host offered them would get fewer
+// frames than it asked for. Compressed frames vary in size; what they need
+// is the encoder's to keep.
+void keepCarried(const fs::path& dir, uint32_t fourcc, const StreamingEndpoint& endpoint,
+                 FrameDesc& frame) {
+    auto carried = [&](uint32_t interval) {
+        if (endpoint.carries(frame.maxFrameSize, interval))
+            return true;
+        const double needed = double(endpoint.payloadNeeded(frame.maxFrameSize, interval));
+        __android_log_print(ANDROID_LOG_WARN, kTag,
+                            "%s: %s %ux%u at %.2f fps needs %.2f MB/s, the streaming endpoint "
+                            "carries %.2f MB/s; not offered",
+                            dir.c_str(), fourccName(fourcc).c_str(), frame.width, frame.height,
+                            1e7 / interval, needed / 1e6, endpoint.payloadPerSecond() / 1e6);
+        return false;
+    };
+    frame.intervals.erase(
+        std::stable_partition(frame.intervals.begin(), frame.intervals.end(), carried),
+        frame.intervals.end());
+}
+
+bool unusable(const fs::path& dir) {
+    __android_log_print(ANDROID_LOG_WARN, kTag, "%s: frame not usable, skipped", dir.c_str());
+    return false;
+}
+
+// False when the frame is not offered: unreadable, or none of its intervals
+// carried (each said why).
+bool readFrame(const fs::path& dir, uint32_t fourcc, uint32_t bitsPerPixel,
+               const StreamingEndpoint& endpoint, FrameDesc& frame) {
     uint32_t index = 0, width = 0, height = 0;
     if (!readNumber(dir / "bFrameIndex", index) || index == 0 || index > 255 ||
         !readNumber(dir / "wWidth", width) || !readNumber(dir / "wHeight", height) || width == 0 ||
         height == 0 || width > UINT16_MAX || height > UINT16_MAX ||
         !readNumbers(dir / "dwFrameInterval", frame.intervals))
-        return false;
+        return unusable(dir);
     frame.index = static_cast<uint8_t>(index);
     frame.width = static_cast<uint16_t>(width);
     frame.height = static_cast<uint16_t>(height);
     std::sort(frame.intervals.begin(), frame.intervals.end());
     frame.intervals.erase(std::remove(frame.intervals.begin(), frame.intervals.end(), 0u),
                           frame.intervals.end());
-    if (frame.intervals.empty())
-        return false;
-    // configfs takes any default, 0 included, and the host is told it as is;
-    // the bridge answers with the declared interval nearest to it.
-    uint32_t wantedDefault = frame.intervals.front();
-    readOptional(dir / "dwDefaultFrameInterval", wantedDefault);
-    frame.defaultInterval = frame.nearestInterval(wantedDefault);
-    if (frame.defaultInterval != wantedDefault)
-        __android_log_print(ANDROID_LOG_WARN, kTag,
-                            "%s: default interval %u is none of the frame's; using %u",
-                            dir.c_str(), wantedDefault, frame.defaultInterval);
+    const std::vector<uint32_t> declared = frame.intervals;
     if (bitsPerPixel != 0) {
         frame.maxFrameSize = static_cast<uint32_t>(uint64_t(width) * height * bitsPerPixel / 8);
+        keepCarried(dir, fourcc, endpoint, frame);
+        if (frame.intervals.empty() && !declared.empty())
+            return false;  // said why already
     } else {
         readOptional(dir / "dwMaxVideoFrameBufferSize", frame.maxFrameSize);
     }
-    return frame.maxFrameSize != 0;
+    if (frame.intervals.empty() || frame.maxFrameSize == 0)
+        return unusable(dir);
+    // configfs takes any default, 0 included, and the host is told it as is;
+    // the bridge answers with the declared interval nearest to it (so it
+    // does, silently, for a default the bus cannot carry).
+    uint32_t wantedDefault = frame.intervals.front();
+    readOptional(dir / "dwDefaultFrameInterval", wantedDefault);
+    frame.defaultInterval = frame.nearestInterval(wantedDefault);
+    if (std::find(declared.begin(), declared.end(), wantedDefault) == declared.end())
+        __android_log_print(ANDROID_LOG_WARN, kTag,
+                            "%s: default interval %u is none of the frame's; using %u", dir.c_str(),
+                            wantedDefault, frame.defaultInterval);
+    return true;
 }
 
 // False when the directory is not a declared format (not linked, or unknown).
-bool readFormat(const fs::path& dir, bool compressed, FormatDesc& format) {
+bool readFormat(const fs::path& dir, bool compressed, const StreamingEndpoint& endpoint,
+                FormatDesc& format) {
     uint32_t index = 0;
     if (!readNumber(dir / "bFormatIndex", index) || index == 0 || index > 255)
         return false;
@@ -147,12 +187,8 @@ bool readFormat(const fs::path& dir, bool compressed, FormatDesc& format) {
     readOptional(dir / "bDefaultFrameIndex", format.defaultFrameIndex);
     for (const fs::path& frameDir : subdirectories(dir)) {
         FrameDesc frame;
-        if (readFrame(frameDir, bitsPerPixel, frame)) {
+        if (readFrame(frameDir, format.fourcc, bitsPerPixel, endpoint, frame))
             format.frames.push_back(std::move(frame));
-        } else {
-            __android_log_print(ANDROID_LOG_WARN, kTag, "%s: frame not usable, skipped",
-                                frameDir.c_str());
-        }
     }
     std::sort(format.frames.begin(), format.frames.end(),
               [](const FrameDesc& a, const FrameDesc& b) { return a.index < b.index; });
@@ -179,19 +215,17 @@ bool ConfigfsFunction::load(GadgetFunction& function, std::string& error) {
     readOptional(root / "control/processing/default/bUnitID", result.processingUnitId);
     for (const fs::path& header : subdirectories(root / "control" / "header"))
         readOptional(header / "bcdUVC", result.uvcVersion);
-    uint32_t maxPacket = 1024;
+    // The function's own defaults when the attributes cannot be read.
+    uint32_t maxPacket = 1024, interval = 1;
     readOptional(root / "streaming_maxpacket", maxPacket);
-    // High-speed endpoints carry up to three packets of at most 1024 bytes per
-    // microframe; the function splits streaming_maxpacket evenly among them.
-    const uint32_t packets =
-        std::max<uint32_t>(1, std::min<uint32_t>(3, (maxPacket + 1023) / 1024));
-    result.maxPayloadTransferSize = maxPacket / packets * packets;
+    readOptional(root / "streaming_interval", interval);
+    result.endpoint = StreamingEndpoint::fromAttributes(maxPacket, interval);
 
     for (const auto& [kind, compressed] : {std::pair<const char*, bool>{"uncompressed", false},
                                            std::pair<const char*, bool>{"mjpeg", true}}) {
         for (const fs::path& dir : subdirectories(root / "streaming" / kind)) {
             FormatDesc format;
-            if (readFormat(dir, compressed, format))
+            if (readFormat(dir, compressed, result.endpoint, format))
                 result.formats.push_back(std::move(format));
         }
     }

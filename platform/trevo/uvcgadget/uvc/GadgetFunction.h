@@ -4,6 +4,8 @@
 #include <string>
 #include <vector>
 
+#include "uvc/StreamingEndpoint.h"
+
 namespace uvc_gadget {
 
 // FourCC as the library numbers formats: first character in the lowest byte.
@@ -45,10 +47,10 @@ struct GadgetFunction {
     uint8_t streamingInterface = 1;
     uint8_t cameraTerminalId = 1;
     uint8_t processingUnitId = 2;
-    // Bytes the streaming endpoint moves per (micro)frame: what probe answers
+    // The streaming endpoint: its bytes per service are what probe answers
     // as dwMaxPayloadTransferSize, so that the host picks the one alternate
     // setting the function has.
-    uint32_t maxPayloadTransferSize = 1024;
+    StreamingEndpoint endpoint;
     std::vector<FormatDesc> formats;  // ascending bFormatIndex
 
     const FormatDesc* format(uint8_t formatIndex) const;

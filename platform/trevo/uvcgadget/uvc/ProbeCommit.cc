@@ -41,7 +41,7 @@ uvc_streaming_control ProbeCommit::make(const FormatDesc& format, const FrameDes
     c.bFrameIndex = frame.index;
     c.dwFrameInterval = htole32(interval);
     c.dwMaxVideoFrameSize = htole32(frame.maxFrameSize);
-    c.dwMaxPayloadTransferSize = htole32(function_.maxPayloadTransferSize);
+    c.dwMaxPayloadTransferSize = htole32(function_.endpoint.bytesPerService());
     c.dwClockFrequency = htole32(kClockFrequency);
     c.bmFramingInfo = kFramingInfo;
     c.bPreferedVersion = 1;
