@@ -138,8 +138,7 @@ TEST(ConfigfsFunction, EndpointCarriesWholeServicesOfPayload) {
         {2047, 1, 1023, 2, 1, 2034 * 8000},
         {1024, 4, 1024, 1, 4, 1012 * 1000},
         {512, 17, 512, 1, 16, 500 * 8000 / 32768},
-        {9000, 0, 1024, 3, 1, 3060 * 8000},  // clamped as the function does
-        {12, 1, 12, 1, 1, 0},                // the header alone
+        {12, 1, 12, 1, 1, 0},  // the header alone
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(testing::Message() << c.maxPacketAttr << "/" << c.intervalAttr);
