@@ -1,7 +1,5 @@
 #include <android/log.h>
-#include <fcntl.h>
 #include <sys/stat.h>
-#include <turbojpeg.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -67,44 +65,41 @@ TEST_F(StreamingTest, RawFramesCarryTheRowPatternAtTheFrameRateUntilStopped) {
     }
 }
 
-TEST_F(StreamingTest, H264FromFilesInOrderAndJpegWithFileModeOff) {
+// A FIFO among the frame files would block the loop thread, and with it
+// every stream, were it opened like a file: its stream sends empty frames
+// instead, with one warning per start.
+TEST_F(StreamingTest, FrameFilesGoOutInOrderAndAFifoAmongThemSendsEmptyFramesWarnedOnce) {
     char tmpl[] = "/tmp/h264_frames_XXXXXX";
     const std::string root = mkdtemp(tmpl);
-    ASSERT_EQ(0, std::system(("mkdir -p " + root + "/160_120").c_str()));
+    ASSERT_EQ(0, std::system(("mkdir -p " + root + "/160_120 " + root + "/64_48").c_str()));
     const std::vector<std::string> contents = {"frame zero", "frame one!", "frame two!!"};
     for (size_t i = 0; i < contents.size(); ++i) {
         std::ofstream(root + "/160_120/frame" + std::to_string(i)) << contents[i];
     }
+    ASSERT_EQ(0, mkfifo((root + "/64_48/frame0").c_str(), 0600));
     hidl_uvc_client::setFrameFilesRoot(root);
-    hidl_uvc_client::setMjpegFileMode(false);
+    android_standin::LogCapture log;
     {
         ClientHarness h;
         // A slow rate, so that no file frame is dropped for want of a buffer.
         h.change(0, 0, streamConfig(160, 120, 10, DemoBuffer::kFormatH264, 1));
-        h.change(0, 1, streamConfig(320, 240, 30, DemoBuffer::kFormatMJPG, 1));
+        h.change(0, 1, streamConfig(64, 48, 30, DemoBuffer::kFormatH264, 1));
         ASSERT_TRUE(host.waitForFrames(0, 0, 5, 5s));
         ASSERT_TRUE(host.waitForFrames(0, 1, 3, 5s));
     }
     hidl_uvc_client::setFrameFilesRoot("/data/h264_frames");
-    hidl_uvc_client::setMjpegFileMode(true);
     EXPECT_EQ(0, std::system(("rm -rf " + root).c_str()));
     size_t h264 = 0;
-    tjhandle d = tjInitDecompress();
     for (const auto& f : host.frames()) {
         if (f.streamIdx == 0) {
             EXPECT_EQ(contents[h264++ % 3], std::string(f.bytes.begin(), f.bytes.end()));
-            continue;
+        } else {
+            EXPECT_EQ(0u, f.size);
         }
-        ASSERT_GT(f.bytes.size(), 2u);
-        EXPECT_EQ(f.size, f.bytes.size());
-        EXPECT_EQ(0xFF, f.bytes[0]);
-        EXPECT_EQ(0xD8, f.bytes[1]);
-        int w = 0, ht = 0, sub = 0, cs = 0;
-        EXPECT_EQ(0, tjDecompressHeader3(d, f.bytes.data(), f.bytes.size(), &w, &ht, &sub, &cs));
-        EXPECT_EQ(320, w);
-        EXPECT_EQ(240, ht);
     }
-    tjDestroy(d);
+    auto lines = log.withTag("ConvFactory");
+    EXPECT_EQ(1, std::count_if(lines.begin(), lines.end(),
+                               [](const auto& r) { return r.priority == ANDROID_LOG_WARN; }));
 }
 
 TEST_F(StreamingTest, HardwareBuffersThatFailedAreMadeAgainAndTheStreamRunsAtItsRate) {
@@ -137,55 +132,7 @@ TEST_F(StreamingTest, HardwareBuffersThatFailedAreMadeAgainAndTheStreamRunsAtIts
     hb::clearFaults();
 }
 
-TEST_F(StreamingTest, AFifoAmongTheFrameFilesSlowsNoOtherStream) {
-    char tmpl[] = "/tmp/fifo_frames_XXXXXX";
-    const std::string root = mkdtemp(tmpl);
-    const std::string fifo = root + "/160_120/frame0";
-    ASSERT_EQ(0, std::system(("mkdir -p " + root + "/160_120").c_str()));
-    ASSERT_EQ(0, mkfifo(fifo.c_str(), 0600));
-    hidl_uvc_client::setFrameFilesRoot(root);
-    android_standin::LogCapture log;
-    {
-        // Should the loop thread block on the FIFO, it is let go once the
-        // test has failed, so that the harness can still end the loop.
-        struct Releaser {
-            std::string fifo;
-            std::atomic<bool> release{false}, finished{false};
-            std::thread t{[this] {
-                for (; !finished; std::this_thread::sleep_for(10ms)) {
-                    const int w = release ? open(fifo.c_str(), O_WRONLY | O_NONBLOCK) : -1;
-                    if (w >= 0)
-                        close(w);
-                }
-            }};
-            ~Releaser() {
-                finished = true;
-                t.join();
-            }
-        } releaser{fifo};
-        ClientHarness h;
-        struct LetGo {
-            std::atomic<bool>& release;
-            ~LetGo() { release = true; }
-        } letGo{releaser.release};
-        h.change(0, 0, streamConfig(160, 120, 30, DemoBuffer::kFormatH264, 1));
-        h.change(0, 1, streamConfig(64, 48, 30, DemoBuffer::kFormatYUYV, 1));
-        ASSERT_TRUE(host.waitForFrames(0, 1, 3, 5s));
-        expectKeepsPace(measurePace(host, 0, 1, 30));
-        for (const auto& f : host.frames()) {
-            if (f.streamIdx == 0) {
-                EXPECT_EQ(0u, f.size);  // the FIFO's stream sends empty frames
-            }
-        }
-    }
-    hidl_uvc_client::setFrameFilesRoot("/data/h264_frames");
-    EXPECT_EQ(0, std::system(("rm -rf " + root).c_str()));
-    auto lines = log.withTag("ConvFactory");
-    EXPECT_EQ(1, std::count_if(lines.begin(), lines.end(),
-                               [](const auto& r) { return r.priority == ANDROID_LOG_WARN; }));
-}
-
-TEST_F(StreamingTest, AllStreamsCarryTheirOwnNumbersAndOutliveALostConnection) {
+TEST_F(StreamingTest, AllStreamsCarryTheirOwnNumbers) {
     auto width = [](int id, int idx) { return 16 + 16 * (id * 4 + idx); };
     for (uint8_t s = 0; s < 8; ++s) {
         host.setConfig(s / 4, s % 4,
@@ -200,19 +147,6 @@ TEST_F(StreamingTest, AllStreamsCarryTheirOwnNumbersAndOutliveALostConnection) {
         EXPECT_EQ(static_cast<uint32_t>(width(f.streamId, f.streamIdx) * 2 * 8), f.size);
         EXPECT_TRUE(hasRowPattern(f.bytes, width(f.streamId, f.streamIdx) * 2));
     }
-
-    EXPECT_EQ(1u, host.countCalls("registerProjector(0)"));
-    android_standin::LogCapture log;
-    host.failSends(1);
-    ASSERT_TRUE(host.waitForCalls("registerProjector(0)", 2, 5s));
-    const size_t after = host.frameCount(0, 0);
-    EXPECT_TRUE(host.waitForFrames(0, 0, after + 3, 5s));
-    auto lines = log.withTag("ConvFactory");
-    auto warning = [](const auto& r) { return r.priority == ANDROID_LOG_WARN; };
-    ASSERT_EQ(1, std::count_if(lines.begin(), lines.end(), warning));
-    EXPECT_EQ("BUG: socket connection dropped to uvc_gadget. Trying to recover.",
-              std::find_if(lines.begin(), lines.end(), warning)->text);
-    EXPECT_EQ(2u, host.countCalls("registerProjector(0)"));
 }
 
 }  // namespace
