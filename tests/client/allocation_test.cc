@@ -50,10 +50,7 @@ long heapFailures() {
 
 }  // namespace client_test
 
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-#define UVC_COUNT_ALLOCATIONS 0
-#else
-#define UVC_COUNT_ALLOCATIONS 1
+#if !UVC_TEST_SANITIZED
 // Every allocation (operator new included) goes through these.
 extern "C" void* __libc_malloc(size_t);
 extern "C" void* __libc_calloc(size_t, size_t);
@@ -76,7 +73,7 @@ namespace client_test {
 namespace {
 
 TEST_F(HostTest, SteadyStreamingAllocatesNothingPerFrame) {
-    if (!UVC_COUNT_ALLOCATIONS) {
+    if (kSanitized) {
         GTEST_SKIP() << "allocation counting needs a build without sanitizers";
     }
     host.setCopyFrameBytes(false);

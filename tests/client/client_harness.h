@@ -12,9 +12,23 @@
 #include "trevo/HalUvcConfig.h"
 #include "trevo_host.h"
 
+// Sanitizers bring their own allocators, abort where an allocation fails,
+// and make the library's frame path many times dearer.
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#define UVC_TEST_SANITIZED 1
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
+#define UVC_TEST_SANITIZED 1
+#endif
+#endif
+#ifndef UVC_TEST_SANITIZED
+#define UVC_TEST_SANITIZED 0
+#endif
+
 namespace client_test {
 
 using namespace std::chrono_literals;
+constexpr bool kSanitized = UVC_TEST_SANITIZED;
 using uvc_client::DemoBuffer;
 
 inline trevo::HalUvcConfig streamConfig(int w, int h, int fps, uint32_t format, int streaming) {
