@@ -3,8 +3,6 @@
 #include <sys/epoll.h>
 #include <sys/eventfd.h>
 #include <sys/timerfd.h>
-
-#include <sys/resource.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -87,25 +85,6 @@ TEST(EventLoopTest, InitHoldsNothingAndOneWaitDispatchesEveryReadyDescriptor) {
     // 1 s + 20,000,000 ns; a wrong split of the milliseconds is EINVAL.
     EXPECT_EQ(0, nsleep(1020));
     EXPECT_EQ(-1, nsleep(-5));
-}
-
-// Fills every descriptor slot but one, then initialises the loop.
-int initWithOneFreeDescriptor() {
-    const struct rlimit few = {64, 64};
-    if (setrlimit(RLIMIT_NOFILE, &few) != 0) {
-        return 2;
-    }
-    int last = -1;
-    for (int fd; (fd = dup(STDERR_FILENO)) >= 0;) {
-        last = fd;
-    }
-    close(last);
-    return event_loop_init() == 0 ? 0 : 1;
-}
-
-TEST(EventLoopDeathTest, InitNeedsOnlyOneDescriptor) {
-    GTEST_FLAG_SET(death_test_style, "threadsafe");
-    EXPECT_EXIT(_exit(initWithOneFreeDescriptor()), testing::ExitedWithCode(0), "");
 }
 
 TEST_F(TimerTest, ArmsWithThirtyMsFirstExpiryRefusesWhatDoesNotFitAndDisarms) {
