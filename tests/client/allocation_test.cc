@@ -1,7 +1,8 @@
-// Counts heap allocations while a stream runs in steady state: the loop
-// thread makes and hands over every frame, so it must allocate nothing. Only
-// in builds without sanitizers, which bring their own allocators. The same
-// hooks let memory run out on request (HeapFaults.h).
+// Counts heap allocations while a stream runs in steady state: no thread of
+// the frame path (the loop thread that makes and hands over every frame, the
+// conversion and the sending) may allocate. Only in builds without
+// sanitizers, which bring their own allocators. The same hooks let memory run
+// out on request (HeapFaults.h).
 
 #include <atomic>
 #include <cerrno>
@@ -83,16 +84,26 @@ TEST_F(HostTest, SteadyStreamingAllocatesNothingPerFrame) {
         host.clearFrames();
         // Past two of the queues' 64-frame chunks, so that their cache is full.
         ASSERT_TRUE(host.waitForFrames(0, 0, 150, 10s));
-        loopAllocations = allAllocations = 0;
-        const size_t start = host.frameCount(0, 0);
-        counting = true;
-        ASSERT_TRUE(host.waitForFrames(0, 0, start + 120, 10s));
-        counting = false;
-        std::cout << "[ alloc    ] 120 frames: " << loopAllocations
-                  << " allocations on the loop thread, " << allAllocations << " in all\n";
-        EXPECT_EQ(0, loopAllocations.load());
-        // Only the stand-in host's list of received frames grows now and then.
-        EXPECT_LT(allAllocations.load(), 8);
+        // A per-frame or per-chunk allocation shows in every window; a
+        // one-time one that a busy machine delayed into the first does not
+        // come back in a second.
+        long all = 0;
+        for (int window = 0; window < 2; ++window) {
+            host.clearFrames();  // the host reuses its records from now on
+            loopAllocations = allAllocations = 0;
+            counting = true;
+            int* volatile probe = new int(1);  // the count must see this one
+            delete probe;
+            ASSERT_GE(allAllocations.exchange(0), 1);
+            ASSERT_TRUE(host.waitForFrames(0, 0, 120, 10s));
+            counting = false;
+            all = allAllocations;
+            std::cout << "[ alloc    ] 120 frames: " << loopAllocations
+                      << " allocations on the loop thread, " << all << " in all\n";
+            if (all == 0)
+                break;
+        }
+        EXPECT_EQ(0, all);
     }
 }
 
