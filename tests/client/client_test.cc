@@ -142,6 +142,13 @@ TEST(InitDeathTest, TheLoopNeedsOneDescriptorAndWithoutItThereIsNoClient) {
                 "Initialization event loop failed, exiting\n");
 }
 
+// Death-test children: output to /dev/null, at most `n` descriptors.
+bool quietWithDescriptors(rlim_t n) {
+    dup2(open("/dev/null", O_WRONLY), STDOUT_FILENO);
+    const struct rlimit limit = {n, n};
+    return setrlimit(RLIMIT_NOFILE, &limit) == 0;
+}
+
 // Under 1,024 descriptors, 2,000 other stream numbers arrive before the UVC
 // streams are set up; 50 of them have a stream to run and come twice. Every
 // handler holds two timer descriptors, so without the bound on handlers the
@@ -150,10 +157,7 @@ TEST(InitDeathTest, TheLoopNeedsOneDescriptorAndWithoutItThereIsNoClient) {
 // numbers got a handler, and the ignored changes were logged at most once a
 // second.
 int floodThenStream() {
-    const int devNull = open("/dev/null", O_WRONLY);
-    dup2(devNull, STDOUT_FILENO);
-    const struct rlimit limit = {1024, 1024};
-    if (setrlimit(RLIMIT_NOFILE, &limit) != 0) {
+    if (!quietWithDescriptors(1024)) {
         return 2;
     }
     auto& host = trevo_standin::Host::instance();
@@ -211,10 +215,7 @@ TEST(StreamLimitDeathTest, AFloodOfStreamNumbersLeavesTheUvcStreamsTheirDescript
 // again, the next stream change makes the timers and the stream runs.
 // Exit code: 0 when it does, and the handler said why it did not before.
 int timersMadeAgainAfterExhaustion() {
-    const int devNull = open("/dev/null", O_WRONLY);
-    dup2(devNull, STDOUT_FILENO);
-    const struct rlimit limit = {256, 256};
-    if (setrlimit(RLIMIT_NOFILE, &limit) != 0) {
+    if (!quietWithDescriptors(256)) {
         return 2;
     }
     auto& host = trevo_standin::Host::instance();
@@ -231,13 +232,10 @@ int timersMadeAgainAfterExhaustion() {
     for (int fd : fillers) {
         close(fd);
     }
-    auto said = [&log](const std::string& text) {
-        for (const auto& r : log.records()) {
-            if (r.text == text) {
-                return true;
-            }
-        }
-        return false;
+    const auto records = log.records();
+    auto said = [&records](const std::string& text) {
+        return std::any_of(records.begin(), records.end(),
+                           [&text](const auto& r) { return r.text == text; });
     };
     if (!said("Stream [1] [0]: no timer descriptor, not started\n") ||
         !said("no wake alarm fd\n") || host.frameCount(1, 0) != 0) {
