@@ -135,13 +135,6 @@ TEST_F(TimerTest, ZeroIntervalExpiresOnce) {
     std::atomic<int> yardstick{0};
     timer periodic([&yardstick] { yardstick++; });
     once.set_interval(false, 0.0f);
-    struct itimerspec s = {};
-    ASSERT_EQ(0, timerfd_gettime(once.wakealarm_fd, &s));
-    EXPECT_EQ(0, s.it_interval.tv_sec + s.it_interval.tv_nsec);
-    EXPECT_GT(s.it_value.tv_nsec, 0);
-    EXPECT_LE(s.it_value.tv_nsec, 30000000);
-    EXPECT_EQ(std::vector<std::string>{"wakealarm_set_interval: 0 ms\n"}, texts());
-
     periodic.set_interval(false, 1.0f / 30);
     std::thread loop([] { event_loop_run(nullptr); });
     const auto end = std::chrono::steady_clock::now() + 10s;
