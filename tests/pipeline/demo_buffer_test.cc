@@ -91,7 +91,7 @@ TEST(DemoBufferPattern, RowsCountersAndBounds) {
     EXPECT_EQ(Bytes(64, 0xAA), small);
 }
 
-TEST_F(DemoBufferFiles, SequencesRepeatAndFallBackToFrameZero) {
+TEST_F(DemoBufferFiles, SequencesRepeatFallBackToFrameZeroAndAreCutAtTheBuffer) {
     write("32_16", "frame0", "first");
     write("32_16", "frame1", "second");
     for (const char* f : {"frame0.jpg", "frame1.jpg", "frame2.jpg"}) {
@@ -113,15 +113,10 @@ TEST_F(DemoBufferFiles, SequencesRepeatAndFallBackToFrameZero) {
         EXPECT_EQ("", fill(demo, config(8, 8, DemoBuffer::kFormatH264), buf, 4096));
         EXPECT_EQ(1, demo.h264FrameIndex);
     }
-}
-
-TEST_F(DemoBufferFiles, LargeFileIsCutAtTheBufferAndFailedReadGivesZero) {
-    write("8_8", "frame0", std::string(300, 'x'));
-    write("8_8/frame1", "unused", "");  // frame1 is a directory: read fails
-    EXPECT_EQ(std::string(256, 'x'), fill(demo, config(8, 8, DemoBuffer::kFormatH264), buf, 256));
+    // A file longer than the buffer offered is cut there.
+    write("8_4", "frame0", std::string(300, 'x'));
+    EXPECT_EQ(std::string(256, 'x'), fill(demo, config(8, 4, DemoBuffer::kFormatH264), buf, 256));
     EXPECT_EQ(0xAA, buf[256]);
-    EXPECT_EQ("", fill(demo, config(8, 8, DemoBuffer::kFormatH264), buf, 256));
-    EXPECT_EQ(2, demo.h264FrameIndex);
 }
 
 TEST_F(DemoBufferFiles, OnlyRegularFilesAreReadWithoutBlockingAndWarnedOnce) {
