@@ -8,8 +8,8 @@
 
 #include "android_testing.h"
 #include "client/StreamHandler.h"
-#include "hardware_buffer_testing.h"
 #include "client_harness.h"
+#include "hardware_buffer_testing.h"
 #include "hidl_uvc_client.h"
 #include "pace_yardstick.h"
 
@@ -97,9 +97,12 @@ TEST_F(StreamingTest, FrameFilesGoOutInOrderAndAFifoAmongThemSendsEmptyFramesWar
             EXPECT_EQ(0u, f.size);
         }
     }
+    // Only the frame-file warning counts: a loaded machine may add a
+    // host-busy one for the 30 fps stream.
     auto lines = log.withTag("ConvFactory");
-    EXPECT_EQ(1, std::count_if(lines.begin(), lines.end(),
-                               [](const auto& r) { return r.priority == ANDROID_LOG_WARN; }));
+    EXPECT_EQ(1, std::count_if(lines.begin(), lines.end(), [](const auto& r) {
+                  return r.priority == ANDROID_LOG_WARN && r.text.rfind("Frame file ", 0) == 0;
+              }));
 }
 
 TEST_F(StreamingTest, HardwareBuffersThatFailedAreMadeAgainAndTheStreamRunsAtItsRate) {
