@@ -44,6 +44,7 @@ inline uvc_gadget::GadgetFunction twoFormats() {
     using namespace uvc_gadget;
     GadgetFunction f;
     f.endpoint = StreamingEndpoint::fromAttributes(3072, 1);
+    f.extensionUnitId = 4;
     FormatDesc yuyv;
     yuyv.index = 1;
     yuyv.fourcc = fourcc('Y', 'U', 'Y', 'V');

@@ -13,7 +13,7 @@ using namespace uvc_gadget;
 namespace {
 
 // Interfaces and ids of twoFormats(): control 0 (camera terminal 1,
-// processing unit 2), streaming 1.
+// processing unit 2, extension unit 4), streaming 1.
 constexpr uint8_t kToDevice = USB_TYPE_CLASS | USB_RECIP_INTERFACE | USB_DIR_OUT;
 constexpr uint8_t kToHost = USB_TYPE_CLASS | USB_RECIP_INTERFACE | USB_DIR_IN;
 
@@ -43,7 +43,7 @@ struct Handler : testing::Test {
     gadget_test::FakeSettings settings;
     RequestHandler handler{gadget_test::twoFormats(), settings};
 
-    // GET request to a processing-unit (2) or camera-terminal (1) control.
+    // GET request to a control of unit or terminal `entity`.
     std::vector<uint8_t> get(uint8_t request, uint8_t entity, uint8_t selector, uint16_t length) {
         return bytes(handler.setup(setup(request, selector, entity, 0, length)));
     }
@@ -73,6 +73,8 @@ TEST_F(Handler, RangeRequestsAnswerFromTheTable) {
          UVC_CT_PANTILT_ABSOLUTE_CONTROL,
          UVC_GET_MIN,
          {0xc0, 0x81, 0xfa, 0xff, 0xc0, 0x81, 0xfa, 0xff}},  // -360000 twice
+        {4, 3, UVC_GET_MAX, {0x50, 0x10}},                   // noise_block
+        {4, 10, UVC_GET_LEN, {1, 0}},                        // tracking_speed
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(testing::Message()
@@ -104,6 +106,10 @@ TEST_F(Handler, CurrentValuesGoThroughTheLibrary) {
     EXPECT_EQ(settings.sets, want);
     EXPECT_EQ(get(UVC_GET_CUR, 1, UVC_CT_PANTILT_ABSOLUTE_CONTROL, 8),
               (V{0x10, 0x0e, 0, 0, 0xf0, 0xf1, 0xff, 0xff}));
+    set(4, 8, {1});
+    set(4, 6, {0x00, 0x20});  // 0x2000, above 0x1050
+    EXPECT_EQ(settings.values["start_bluetooth_pairing_mode_for_phone"], 0x1050);
+    EXPECT_EQ(get(UVC_GET_CUR, 4, 8, 1), V{1});
     const V minus255 = {0x01, 0xff, 0xff, 0xff, 0x01, 0xff, 0xff, 0xff};
     set(1, UVC_CT_PANTILT_ABSOLUTE_CONTROL, minus255);
     EXPECT_EQ(get(UVC_GET_CUR, 1, UVC_CT_PANTILT_ABSOLUTE_CONTROL, 8), minus255);
@@ -120,6 +126,7 @@ TEST_F(Handler, UnknownRequestsStallWithAReason) {
          RequestHandler::kInvalidControl},
         {setup(UVC_GET_CUR, UVC_CT_IRIS_ABSOLUTE_CONTROL, 1, 0, 2),
          RequestHandler::kInvalidControl},
+        {setup(UVC_GET_CUR, 11, 4, 0, 1), RequestHandler::kInvalidControl},
         {setup(UVC_GET_CUR, UVC_PU_BRIGHTNESS_CONTROL, 9, 0, 2), RequestHandler::kInvalidUnit},
         {setup(UVC_GET_CUR, UVC_PU_BRIGHTNESS_CONTROL, 2, 5, 2), RequestHandler::kInvalidUnit},
         {setup(UVC_GET_DEF, UVC_VS_COMMIT_CONTROL, 0, 1, 34), RequestHandler::kInvalidRequest},
@@ -138,6 +145,23 @@ TEST_F(Handler, UnknownRequestsStallWithAReason) {
     standard.bRequestType = USB_DIR_IN | USB_RECIP_INTERFACE;
     EXPECT_LT(handler.setup(standard).length, 0);
     EXPECT_TRUE(settings.sets.empty());
+}
+
+// 6.1 hands on the host's interface numbers, 6.12 0 and 1 for any function.
+TEST(HandlerInterfaces, TakesTheHostsNumbersAndTheKernels) {
+    gadget_test::FakeSettings settings;
+    GadgetFunction second = gadget_test::twoFormats();
+    second.controlInterface = 2;
+    second.streamingInterface = 3;
+    RequestHandler handler(second, settings);
+    for (uint8_t interface : {0, 2})
+        EXPECT_EQ(
+            bytes(handler.setup(setup(UVC_GET_CUR, UVC_PU_BRIGHTNESS_CONTROL, 2, interface, 2))),
+            (std::vector<uint8_t>{128, 0}));
+    for (uint8_t interface : {1, 3})
+        EXPECT_EQ(handler.setup(setup(UVC_GET_LEN, UVC_VS_PROBE_CONTROL, 0, interface, 2)).length,
+                  2);
+    EXPECT_LT(handler.setup(setup(UVC_GET_LEN, UVC_VS_PROBE_CONTROL, 0, 4, 2)).length, 0);
 }
 
 // Probe and commit travel as SETUP then DATA; only a commit reports a change.

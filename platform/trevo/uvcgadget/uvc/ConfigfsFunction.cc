@@ -11,6 +11,8 @@
 
 #include <android/log.h>
 
+#include "uvc/ControlTable.h"
+
 namespace uvc_gadget {
 
 namespace fs = std::filesystem;
@@ -213,6 +215,15 @@ bool ConfigfsFunction::load(GadgetFunction& function, std::string& error) {
     readOptional(root / "streaming" / "bInterfaceNumber", result.streamingInterface);
     readOptional(root / "control/terminal/camera/default/bTerminalID", result.cameraTerminalId);
     readOptional(root / "control/processing/default/bUnitID", result.processingUnitId);
+    // The unit is found by its GUID: configfs numbers units in the order
+    // they were made, and a function may declare other vendors' units.
+    for (const fs::path& unit : subdirectories(root / "control" / "extensions")) {
+        std::string guid;
+        if (readFile(unit / "guidExtensionCode", guid) && guid.size() == sizeof(kExtensionGuid) &&
+            std::equal(guid.begin(), guid.end(), kExtensionGuid,
+                       [](char a, uint8_t b) { return uint8_t(a) == b; }))
+            readOptional(unit / "bUnitID", result.extensionUnitId);
+    }
     for (const fs::path& header : subdirectories(root / "control" / "header"))
         readOptional(header / "bcdUVC", result.uvcVersion);
     // The function's own defaults when the attributes cannot be read.

@@ -11,6 +11,7 @@ namespace {
 
 constexpr Entity CT = Entity::CameraTerminal;
 constexpr Entity PU = Entity::ProcessingUnit;
+constexpr Entity XU = Entity::ExtensionUnit;
 
 // Ranges and defaults as camera/CamSettingCollection.cc declares them; the
 // sizes and signedness are those of the UVC controls. The AE-mode row's
@@ -40,9 +41,24 @@ const ControlRow kRows[] = {
     // Pan and tilt in arc seconds; the library's tilt row is named "tile".
     {CT, UVC_CT_PANTILT_ABSOLUTE_CONTROL, "pan", "tile", 4, true, -360000, 360000, 3600, 0},
     {CT, UVC_CT_PRIVACY_CONTROL, "privacy", nullptr, 1, false, 0, 1, 1, 0},
+    // The rest of the table, one selector each; a field as wide as the range
+    // needs. Selectors are fixed once a host may have stored a mapping.
+    {XU, 1, "osd", nullptr, 1, false, 0, 1, 1, 0},
+    {XU, 2, "acoustic_fence", nullptr, 1, false, 0, 3, 1, 0},
+    {XU, 3, "noise_block", nullptr, 2, false, 0, 0x1050, 0x1050, 0x10},
+    {XU, 4, "stereo_audio", nullptr, 2, false, 0, 0x1050, 0x1050, 0x10},
+    {XU, 5, "base_boost", nullptr, 2, false, 0, 0x1050, 0x1050, 0x10},
+    {XU, 6, "start_bluetooth_pairing_mode_for_phone", nullptr, 2, false, 0, 0x1050, 0x1050, 0x10},
+    {XU, 7, "persist.vendor.talker_tracking", nullptr, 1, false, 0, 4, 1, 1},
+    {XU, 8, "persist.vendor.group_framing", nullptr, 1, false, 0, 1, 1, 0},
+    {XU, 9, "framing_size", nullptr, 1, false, 0, 2, 1, 1},
+    {XU, 10, "tracking_speed", nullptr, 1, false, 0, 2, 1, 1},
 };
 
 }  // namespace
+
+const uint8_t kExtensionGuid[16] = {0xeb, 0x69, 0x80, 0x72, 0xe8, 0x37, 0x13, 0x44,
+                                    0x88, 0xef, 0xe8, 0x7f, 0x35, 0xd5, 0xc8, 0x34};
 
 const ControlRow* findControl(Entity entity, uint8_t selector) {
     for (const ControlRow& row : kRows) {

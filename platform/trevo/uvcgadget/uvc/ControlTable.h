@@ -6,7 +6,13 @@
 namespace uvc_gadget {
 
 // Which entity of the control interface a camera control belongs to.
-enum class Entity : uint8_t { CameraTerminal, ProcessingUnit };
+enum class Entity : uint8_t { CameraTerminal, ProcessingUnit, ExtensionUnit };
+
+// guidExtensionCode of the extension unit that carries the settings no
+// standard control stands for, as the descriptor holds it: the GUID
+// 728069eb-37e8-4413-88ef-e87f35d5c834, its first three fields
+// little-endian. Its selectors are 1.. in the order of controlRows().
+extern const uint8_t kExtensionGuid[16];
 
 // One UVC camera control and the library setting (or, for pan/tilt, the two
 // settings) it stands for. min/max/res/def are the library's own settings
@@ -14,7 +20,7 @@ enum class Entity : uint8_t { CameraTerminal, ProcessingUnit };
 // they are in the control's own units.
 struct ControlRow {
     Entity entity;
-    uint8_t selector;   // UVC_CT_* / UVC_PU_*
+    uint8_t selector;   // UVC_CT_* / UVC_PU_*, or the extension unit's own
     const char* name;   // the library's setting name
     const char* name2;  // second field's setting (pan/tilt), else nullptr
     uint8_t fieldSize;  // bytes per field: 1, 2 or 4

@@ -47,6 +47,9 @@ struct GadgetFunction {
     uint8_t streamingInterface = 1;
     uint8_t cameraTerminalId = 1;
     uint8_t processingUnitId = 2;
+    // The extension unit with kExtensionGuid; 0 when the function declares
+    // none (6.1's function cannot).
+    uint8_t extensionUnitId = 0;
     // The streaming endpoint: its bytes per service are what probe answers
     // as dwMaxPayloadTransferSize, so that the host picks the one alternate
     // setting the function has.

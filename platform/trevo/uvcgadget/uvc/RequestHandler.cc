@@ -16,6 +16,10 @@ namespace {
 constexpr uint8_t kInfoGetSet = 0x03;
 constexpr uint8_t kInfoGet = 0x01;
 
+// The interface numbers of 6.12's events (its g_uvc.h; 6.1's has none).
+constexpr uint8_t kKernelControlIndex = 0;
+constexpr uint8_t kKernelStreamingIndex = 1;
+
 }  // namespace
 
 SettingChannel::~SettingChannel() = default;
@@ -46,7 +50,17 @@ uvc_request_data RequestHandler::setup(const usb_ctrlrequest& request) {
         (request.bRequestType & USB_RECIP_MASK) != USB_RECIP_INTERFACE)
         return stall(kInvalidRequest);
     const uint16_t index = le16toh(request.wIndex);
-    const uint8_t interface = index & 0xff;
+    uint8_t interface = index & 0xff;
+    // 6.12's function hands on 0 for its control interface and 1 for its
+    // streaming one (UVC_STRING_CONTROL_IDX, UVC_STRING_STREAMING_IDX), 6.1's
+    // the host's numbers; a number that is neither of the function's own is
+    // read the 6.12 way.
+    if (interface != function_.controlInterface && interface != function_.streamingInterface) {
+        if (interface == kKernelControlIndex)
+            interface = function_.controlInterface;
+        else if (interface == kKernelStreamingIndex)
+            interface = function_.streamingInterface;
+    }
     const uint8_t entity = index >> 8;
     const uint8_t selector = le16toh(request.wValue) >> 8;
     const uint16_t length = le16toh(request.wLength);
@@ -65,6 +79,8 @@ uvc_request_data RequestHandler::setup(const usb_ctrlrequest& request) {
         row = findControl(Entity::CameraTerminal, selector);
     } else if (entity == function_.processingUnitId) {
         row = findControl(Entity::ProcessingUnit, selector);
+    } else if (entity == function_.extensionUnitId) {
+        row = findControl(Entity::ExtensionUnit, selector);
     } else {
         return stall(kInvalidUnit);
     }

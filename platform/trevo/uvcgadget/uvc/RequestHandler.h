@@ -27,9 +27,9 @@ public:
 // gadget delivers them (UVC_EVENT_SETUP, then UVC_EVENT_DATA for a request
 // that carries data to the device):
 // - streaming interface: the probe and commit controls (ProbeCommit);
-// - control interface, camera terminal and processing unit: the controls of
-//   ControlTable. SET_CUR and GET_CUR go to the library through a
-//   SettingChannel; GET_MIN/MAX/RES/DEF/INFO/LEN come from the table. A
+// - control interface, camera terminal, processing unit and the extension
+//   unit (when the function declares it): the controls of ControlTable. SET_CUR and GET_CUR go to
+//   the library through a SettingChannel; GET_MIN/MAX/RES/DEF/INFO/LEN come from the table. A
 //   setting the library reports as never written reads as the table's
 //   default, unless this handler set it: the library's marker is a valid pan
 //   or tilt. A value outside the range is brought into it before it is set;
