@@ -7,8 +7,6 @@ using namespace uvc_gadget;
 TEST(SettingMessages, BuildsTheLibrarysReportMessages) {
     EXPECT_EQ(makeSetMessage("brightness", 40),
               R"({"msg_type":"uvc_report","content":{"brightness":"set","value":"40"}})");
-    EXPECT_EQ(makeSetMessage("tile", -3600),
-              R"({"msg_type":"uvc_report","content":{"tile":"set","value":"-3600"}})");
     EXPECT_EQ(makeGetMessage("whiteBalanceTempAuto"),
               R"({"msg_type":"uvc_report","content":{"whiteBalanceTempAuto":"get"}})");
 }
