@@ -86,7 +86,6 @@ TEST(ConfigfsFunction, ReadsWhatTheFunctionDeclares) {
     EXPECT_EQ(f.streamingInterface, 3);
     EXPECT_EQ(f.extensionUnitId, 5);
     EXPECT_EQ(f.endpoint.bytesPerService(), 3072u);
-    EXPECT_EQ(f.endpoint.interval, 1u);
     // Every warning: one line per mode refused, naming it and both
     // bandwidths (hd's refused default says nothing more), then the others.
     std::vector<std::string> lines;

@@ -70,8 +70,6 @@ TEST(EventLoop, ServesSourcesOnItsThreadUntilStopped) {
     lost.poke();
     ASSERT_TRUE(live.waitCalls(1));
     EXPECT_TRUE(live.onLoop);
-    live.poke();
-    ASSERT_TRUE(live.waitCalls(2));
 
     // The tick comes with or without events.
     for (int i = 0; i < 500 && ticks < 3; ++i)
@@ -82,7 +80,7 @@ TEST(EventLoop, ServesSourcesOnItsThreadUntilStopped) {
     const int ticksAtStop = ticks;
     live.poke();
     std::this_thread::sleep_for(std::chrono::milliseconds(20));
-    EXPECT_EQ(live.calls, 2);
+    EXPECT_EQ(live.calls, 1);
     EXPECT_EQ(lost.calls, 0);
     EXPECT_EQ(ticks, ticksAtStop);
     loop.stop();  // a second stop does nothing

@@ -34,7 +34,6 @@ TEST_F(Discovery, MapsFunctionsToStreamsInNameOrder) {
     EXPECT_EQ(nodes[0].videoPath, "/dev/video1");
     EXPECT_EQ(nodes[0].functionDir, functionDir("g1", "uvc.0"));
     EXPECT_EQ(nodes[1].videoPath, "/dev/video3");
-    EXPECT_EQ(nodes[1].streamIdx, 1);
     EXPECT_TRUE(notes.empty());
 }
 
@@ -64,6 +63,5 @@ TEST_F(Discovery, NumbersAtMostEightStreams) {
     ASSERT_EQ(nodes.size(), kMaxStreams);
     EXPECT_EQ(nodes[4].streamId, 1);
     EXPECT_EQ(nodes[4].streamIdx, 0);
-    EXPECT_EQ(nodes[7].streamIdx, 3);
     EXPECT_EQ(notes.size(), 2u);
 }

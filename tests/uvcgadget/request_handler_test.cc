@@ -124,8 +124,6 @@ TEST_F(Handler, UnknownRequestsStallWithAReason) {
     } cases[] = {
         {setup(UVC_GET_CUR, UVC_PU_DIGITAL_MULTIPLIER_CONTROL, 2, 0, 2),
          RequestHandler::kInvalidControl},
-        {setup(UVC_GET_CUR, UVC_CT_IRIS_ABSOLUTE_CONTROL, 1, 0, 2),
-         RequestHandler::kInvalidControl},
         {setup(UVC_GET_CUR, 11, 4, 0, 1), RequestHandler::kInvalidControl},
         {setup(UVC_GET_CUR, UVC_PU_BRIGHTNESS_CONTROL, 9, 0, 2), RequestHandler::kInvalidUnit},
         {setup(UVC_GET_CUR, UVC_PU_BRIGHTNESS_CONTROL, 2, 5, 2), RequestHandler::kInvalidUnit},
