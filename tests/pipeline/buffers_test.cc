@@ -73,6 +73,7 @@ TEST_F(BuffersTest, SendFrameCopiesInOrderAndNeverWaitsForAHardwareBuffer) {
     // and so is the fifth while another thread holds the conversion lock;
     // one warning covers both (at most one a second).
     android_standin::LogCapture log;
+    const auto dropping = std::chrono::steady_clock::now();
     auto fourth = std::async(std::launch::async, [&] { return pool.sendFrame(mgmt); });
     ASSERT_EQ(fourth.wait_for(2s), std::future_status::ready) << "sendFrame blocked";
     EXPECT_EQ(fourth.get(), 0u);
@@ -93,8 +94,14 @@ TEST_F(BuffersTest, SendFrameCopiesInOrderAndNeverWaitsForAHardwareBuffer) {
         ASSERT_TRUE(ready) << "sendFrame waited for the lock";
         EXPECT_EQ(fifth.get(), 0u);
     }
-    ASSERT_EQ(log.records().size(), 1u);
-    EXPECT_EQ(log.records()[0].text, "Stream [0] [0]: host busy, 1 frame(s) dropped\n");
+    // A second one only where a busy machine kept the drops a second apart.
+    const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(
+        std::chrono::steady_clock::now() - dropping);
+    const auto warnings = log.records();
+    ASSERT_GE(warnings.size(), 1u);
+    EXPECT_LE(warnings.size(), size_t(1 + seconds.count()));
+    for (const auto& w : warnings)
+        EXPECT_EQ(w.text, "Stream [0] [0]: host busy, 1 frame(s) dropped\n");
     EXPECT_EQ(pool.fillQ.size(), 5);  // every frame buffer came back
     EXPECT_EQ(pool.sendQ.size(), 0);
     std::unique_ptr<FlatTestBuffer> extra;
