@@ -32,6 +32,7 @@ AllocationCount stopCounting();
 void frameCost();
 void pacing();
 void jpegCost();
+void captureCost();
 void allocations();
 
 }  // namespace uvc_bench

@@ -57,7 +57,7 @@ void printMachine() {
 }  // namespace
 
 int main(int argc, char** argv) {
-    // Sections by name (frames, pacing, jpeg, allocations); all by default.
+    // Sections by name (frames, pacing, jpeg, capture, allocations); all by default.
     auto wanted = [&](const char* name) {
         if (argc < 2)
             return true;
@@ -80,6 +80,8 @@ int main(int argc, char** argv) {
         uvc_bench::frameCost();
     if (wanted("jpeg"))
         uvc_bench::jpegCost();
+    if (wanted("capture"))
+        uvc_bench::captureCost();
     if (wanted("allocations"))
         uvc_bench::allocations();
     if (wanted("pacing"))
