@@ -101,8 +101,12 @@ Picture pictureOf(const I420& planes) {
 }
 
 // Grows scratch memory only when a larger size comes: once the sizes of a
-// stream settle, frames allocate nothing.
+// stream settle, frames allocate nothing. Null for 0 bytes, which is how
+// frameBytes says a picture is too large.
 uint8_t* scratch(std::vector<uint8_t>& memory, uint64_t bytes) {
+    if (bytes == 0) {
+        return nullptr;
+    }
     if (memory.size() < bytes) {
         memory.resize(size_t(bytes));
     }
@@ -240,6 +244,9 @@ Picture i420At(const Picture& source, int width, int height, uint8_t* into,
             !scale && into != nullptr
                 ? into
                 : scratch(sourceI420, frameBytes(V4L2_PIX_FMT_YUV420, source.width, source.height));
+        if (base == nullptr) {
+            return Picture{};
+        }
         const I420 planes(base, source.width, source.height);
         if (toI420(source, planes) != 0) {
             return Picture{};
@@ -251,6 +258,9 @@ Picture i420At(const Picture& source, int width, int height, uint8_t* into,
     }
     uint8_t* base =
         into != nullptr ? into : scratch(scaled, frameBytes(V4L2_PIX_FMT_YUV420, width, height));
+    if (base == nullptr) {
+        return Picture{};
+    }
     const I420 planes(base, width, height);
     const int cs = planes.chromaStride();
     if (libyuv::I420Scale(picture.plane[0], picture.stride[0], picture.plane[1], picture.stride[1],

@@ -234,7 +234,8 @@ TEST(FrameConverter, BadFramesAndTargetsGiveNothingWithoutStrayingOutOfBounds) {
         {{kYuyv, 70000, 1}, {kYu12, w, h}},
         {{kYuyv, w, h}, {kH264, w, h}},
         {{kYuyv, w, h}, {kNv12, 65535, 65535}},
-        {{kYuyv, w, h}, {kMjpg, 8, 8}}};  // no room for the JPEG
+        {{kYuyv, w, h}, {kMjpg, 8, 8}},  // no room for the JPEG
+        {{kYuyv, w, h}, {kMjpg, 65535, 65535}}};
     for (const auto& p : pairs) {
         const Bytes& in = p.first.fourcc == kMjpg ? jpeg : frame;
         EXPECT_TRUE(
