@@ -74,6 +74,10 @@ void stop() {
     event_loop_utils::stop();
 }
 
+void setCaptureDevice(const std::string& path) {
+    uvc_client::DemoBufferSettings::setCaptureDevice(path);
+}
+
 void setFrameFilesRoot(const std::string& dir) {
     uvc_client::DemoBufferSettings::setFrameFilesRoot(dir);
 }

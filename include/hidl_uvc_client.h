@@ -42,4 +42,15 @@ UVC_EXPORT void setFrameFilesRoot(const std::string& dir);
 // next frame on. Thread-safe.
 UVC_EXPORT void setMjpegFileMode(bool on);
 
+// Camera behind the streams: a V4L2 capture device such as "/dev/video0",
+// read at every start of a stream. Empty (the default) leaves the system
+// property "persist.vendor.uvc_client.capture_device" to name one; with
+// neither, streams make their frames as described above. A YUYV, YU12, NV12
+// or MJPEG stream then takes the camera's newest frame at each of its ticks,
+// converted and scaled to the host's format and size; several streams may
+// share one camera. While the camera is missing, stalled or gone the stream
+// sends its test pattern and tries the camera again every second.
+// Thread-safe.
+UVC_EXPORT void setCaptureDevice(const std::string& path);
+
 }  // namespace hidl_uvc_client

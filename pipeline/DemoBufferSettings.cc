@@ -4,9 +4,12 @@
 #include <cstdio>
 #include <mutex>
 
+#include <sys/system_properties.h>
+
 namespace uvc_client {
 
 const char DemoBufferSettings::kDefaultFrameFilesRoot[] = "/data/h264_frames";
+const char DemoBufferSettings::kCaptureDeviceProperty[] = "persist.vendor.uvc_client.capture_device";
 
 namespace {
 
@@ -21,6 +24,11 @@ std::string& root() {
 }
 
 std::atomic<bool> fileMode{true};
+
+std::string& captureSetting() {
+    static std::string path;
+    return path;
+}
 
 }  // namespace
 
@@ -40,6 +48,23 @@ void DemoBufferSettings::setMjpegFileMode(bool on) {
 
 bool DemoBufferSettings::mjpegFileMode() {
     return fileMode.load();
+}
+
+void DemoBufferSettings::setCaptureDevice(const std::string& path) {
+    std::lock_guard<std::mutex> guard(rootMutex());
+    captureSetting() = path;
+}
+
+std::string DemoBufferSettings::captureDevice() {
+    {
+        std::lock_guard<std::mutex> guard(rootMutex());
+        if (!captureSetting().empty()) {
+            return captureSetting();
+        }
+    }
+    char value[PROP_VALUE_MAX] = {};
+    return __system_property_get(kCaptureDeviceProperty, value) > 0 ? std::string(value)
+                                                                     : std::string();
 }
 
 void DemoBufferSettings::framePath(char* out, size_t outSize, FileKind kind, int width, int height,

@@ -15,6 +15,7 @@ StreamBuffer::StreamBuffer(hidl_uvc_client::StreamHandler* owner, unsigned char 
     : handler(owner),
       stream_id(id),
       stream_idx(idx),
+      capture(id, idx),
       onTimeout([this] { LoadFrameTimeoutHandler(); }),
       timer(std::make_unique<util::hidl_uvc_client::timer>(onTimeout)) {}
 
@@ -30,10 +31,12 @@ bool StreamBuffer::ensureTimer() {
 
 void StreamBuffer::startStream(double period) {
     demo.rearmFileWarning();
+    capture.start(DemoBufferSettings::captureDevice(), handler->getConfig());
     timer->set_interval(false, static_cast<float>(period));
 }
 
 void StreamBuffer::stopStream() {
+    capture.stop();
     if (timer->wakealarm_fd <= 0) {
         __android_log_print(ANDROID_LOG_INFO, nullptr, "no wake alarm fd\n");
         return;
@@ -55,12 +58,26 @@ void StreamBuffer::LoadFrameTimeoutHandler() {
     if (config.width < 1 || config.height < 1 || config.streaming == 0) {
         return;
     }
+    const auto mode = capture.prepare();
+    if (mode == capture::CaptureStream::Mode::kWait) {
+        return;
+    }
     std::unique_ptr<hidl_uvc_client::DynamicBuffer> buffer = handler->getBuffer();
     if (!buffer) {
         return;
     }
-    demo.useFrameFiles = DemoBufferSettings::mjpegFileMode();
-    buffer->length = demo.uvc_video_fill_buffer(config, buffer->data, buffer->capacity);
+    unsigned length = 0;
+    if (mode == capture::CaptureStream::Mode::kCamera) {
+        length = capture.fill(static_cast<uint8_t*>(buffer->data), buffer->capacity);
+    }
+    if (length == 0) {
+        // Without a camera as always; a camera stream's stand-in frame is
+        // the test pattern (compressed for MJPEG), never a recorded file.
+        demo.useFrameFiles =
+            mode == capture::CaptureStream::Mode::kOff && DemoBufferSettings::mjpegFileMode();
+        length = demo.uvc_video_fill_buffer(config, buffer->data, buffer->capacity);
+    }
+    buffer->length = length;
     handler->sendBuffer(std::move(buffer));
 }
 

@@ -6,6 +6,7 @@
 
 #include "client/timer.h"
 #include "pipeline/DemoBuffer.h"
+#include "pipeline/capture/CaptureStream.h"
 
 namespace hidl_uvc_client {
 class StreamHandler;
@@ -15,7 +16,9 @@ namespace uvc_client {
 
 // The frame source of a stream: once per frame period (its own wake alarm,
 // run by the event loop) it takes a free frame buffer from the stream
-// handler, has the frame maker fill it and hands it back for sending.
+// handler, fills it with the camera's newest frame when a camera is
+// configured, else (or while the camera is unavailable) has the frame maker
+// fill it, and hands it back for sending.
 // startStream, stopStream and ensureTimer run on the stream-change path under
 // the stream handler's lock; LoadFrameTimeoutHandler on the loop thread.
 class StreamBuffer {
@@ -35,9 +38,12 @@ public:
     // loop's set, so it can be replaced while the loop runs. True when the
     // wake alarm is registered.
     bool ensureTimer();
-    // Arms the wake alarm: first frame after 30 ms, then one per `period` s.
+    // Attaches to the camera, if one is configured, for the handler's
+    // configuration and arms the wake alarm: first frame after 30 ms, then
+    // one per `period` s.
     void startStream(double period);
-    // Disarms it; does not wait for an expiry already being handled.
+    // Detaches from the camera and disarms the wake alarm; does not wait for
+    // an expiry already being handled.
     void stopStream();
     // One frame; the timer's callback (loop thread).
     void LoadFrameTimeoutHandler();
@@ -45,6 +51,7 @@ public:
     // Read-only views for tests and tools (loop thread, or while stopped).
     const DemoBuffer& demoForTest() const { return demo; }
     const util::hidl_uvc_client::timer* timerForTest() const { return timer.get(); }
+    const capture::CaptureStream& captureForTest() const { return capture; }
     uint32_t streamId() const { return stream_id; }
     uint32_t streamIdx() const { return stream_idx; }
 
@@ -53,6 +60,7 @@ private:
     DemoBuffer demo;
     uint32_t stream_id;
     uint32_t stream_idx;
+    capture::CaptureStream capture;
     std::function<void()> onTimeout;
     std::unique_ptr<util::hidl_uvc_client::timer> timer;  // never null
 };
