@@ -203,6 +203,9 @@ CommandLine parseCommandLine(const std::vector<std::string>& args) {
                "root of the recorded frame files (MJPG without --jpeg,\n"
                "H264, S264): DIR/mjpeg/W_H/frameN.jpg, DIR/W_H/frameN");
     flag(stream, "--jpeg", &so.jpeg, "MJPG: compress the test pattern instead of reading files");
+    textOption(stream, "--camera", &st.camera, "DEVICE",
+               "frames from this V4L2 camera (e.g. /dev/video0), converted\n"
+               "to --format and --size (YUYV, YU12, NV12, MJPG)");
     textOption(stream, "--output", &st.output, "PATH",
                "write the frames: raw video (YUYV, YU12, NV12),\n"
                "concatenated JPEG (MJPG) or Annex-B H.264; with several\n"

@@ -178,6 +178,7 @@ std::string checkStreamOptions(const StreamTexts& in, StreamOptions* out) {
               checkSeconds(in.duration, "duration", &out->durationSec, &e) &&
               checkSeconds(in.timeout, "timeout", &out->timeoutSec, &e) &&
               checkNotEmpty(in.framesDir, "--frames-dir", &out->framesDir, &e) &&
+              checkNotEmpty(in.camera, "--camera", &out->camera, &e) &&
               checkNotEmpty(in.output, "--output", &out->output, &e) &&
               checkNotEmpty(in.timing, "--timing", &out->timingFile, &e) &&
               checkNotEmpty(in.report, "--report", &out->reportDir, &e) &&

@@ -28,6 +28,7 @@ struct StreamOptions {
     double fpsTolerancePct = 10;
     std::string framesDir;
     bool jpeg = false;
+    std::string camera;  // V4L2 capture device behind the streams; empty: none
     std::string output;
     std::vector<SaveFrameRequest> saveFrames;
     std::vector<std::pair<StreamKey, uint32_t>> hostDelaysMs;  // --host-delay ID:IDX=MS
@@ -78,7 +79,7 @@ struct OptionText {
 // The texts of the options that take a value, before they are checked.
 struct StreamTexts {
     std::vector<std::string> streams;
-    OptionText size, fps, format, duration, frames, timeout, tolerance, framesDir, output;
+    OptionText size, fps, format, duration, frames, timeout, tolerance, framesDir, camera, output;
     OptionText timing, report;
     std::vector<std::pair<std::string, std::string>> saveFrames;
     std::vector<std::string> hostDelays;

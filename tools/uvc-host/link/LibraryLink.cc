@@ -68,6 +68,7 @@ bool LibraryLink::start(std::string* error) {
         hidl_uvc_client::setFrameFilesRoot(settings_.framesRoot);
     }
     hidl_uvc_client::setMjpegFileMode(!settings_.synthesiseJpeg);
+    hidl_uvc_client::setCaptureDevice(settings_.captureDevice);
     logCapture_ = std::make_unique<android_standin::LogCapture>();
     loop_ = std::thread([] { hidl_uvc_client::init(false); });
     running_ = true;

@@ -56,6 +56,7 @@ struct SourceLimits {
 struct LinkSettings {
     std::string framesRoot;       // empty: the library's default
     bool synthesiseJpeg = false;  // MJPG from the test pattern instead of files
+    std::string captureDevice;    // camera behind the streams; empty: none
     bool copyFrameBytes = true;   // off when only sizes and times are needed
     bool verbose = false;         // every library log line, not only warnings and errors
 };

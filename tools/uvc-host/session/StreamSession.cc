@@ -96,7 +96,8 @@ bool StreamSession::checkFrameFiles() {
         }
     }
     bool usesFiles = options_.format->kind == FormatKind::H264 ||
-                     (options_.format->kind == FormatKind::Jpeg && !options_.jpeg);
+                     (options_.format->kind == FormatKind::Jpeg && !options_.jpeg &&
+                      options_.camera.empty());
     if (usesFiles) {
         std::string root = options_.framesDir.empty() ? kDefaultFrameRoot : options_.framesDir;
         std::string first = frameFilePath(root, *options_.format, options_.size, 0);
@@ -226,6 +227,7 @@ int StreamSession::run() {
     settings.framesRoot = options_.framesDir;
     settings.verbose = options_.verbose;
     settings.synthesiseJpeg = options_.jpeg;
+    settings.captureDevice = options_.camera;
     settings.copyFrameBytes =
         !options_.output.empty() || !options_.saveFrames.empty() || !options_.reportDir.empty();
     std::unique_ptr<UvcLink> link = factory_(settings);

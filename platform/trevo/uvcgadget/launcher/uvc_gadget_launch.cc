@@ -33,17 +33,23 @@ const char kSetMjpegFileMode[] = "_ZN15hidl_uvc_client16setMjpegFileModeEb";
 const char kSetFrameFilesRoot[] =
     "_ZN15hidl_uvc_client17setFrameFilesRootERKNSt7__cxx1112basic_stringIcSt11char_"
     "traitsIcESaIcEEE";
+const char kSetCaptureDevice[] =
+    "_ZN15hidl_uvc_client16setCaptureDeviceERKNSt7__cxx1112basic_stringIcSt11char_"
+    "traitsIcESaIcEEE";
 // A bridge symbol, to check which bridge the library got.
 const char kBridgeConstructor[] = "_ZN5trevo16CompositorBridgeC1ENS_13BridgeContextE";
 
 const char kUsage[] =
-    "usage: uvc-gadget-launch [--bridge PATH] [--library PATH] [--jpeg] [--frames DIR] [--check]\n"
+    "usage: uvc-gadget-launch [--bridge PATH] [--library PATH] [--jpeg] [--frames DIR]\n"
+    "                         [--camera DEVICE] [--check]\n"
     "  --bridge PATH   gadget bridge (default: " UVC_GADGET_BRIDGE_NAME
     " of the launcher's installation)\n"
     "  --library PATH  stream client (default: " UVC_CLIENT_LIBRARY_NAME
     " of the launcher's installation)\n"
     "  --jpeg          MJPEG streams carry compressed test patterns, not frame files\n"
     "  --frames DIR    root of the recorded frame files (default /data/h264_frames)\n"
+    "  --camera DEVICE streams show this V4L2 camera (e.g. /dev/video0), converted\n"
+    "                  to what the host asks for; the test pattern while it is missing\n"
     "  --check         load both, check that the library uses this bridge, and exit\n"
     "The bridge reads UVC_GADGET_NODES and UVC_GADGET_CONFIGFS (see README).\n";
 
@@ -102,12 +108,14 @@ int main(int argc, char** argv) {
     std::string bridgePath = UVC_GADGET_BRIDGE_NAME;
     std::string libraryPath = UVC_CLIENT_LIBRARY_NAME;
     std::string framesRoot;
+    std::string camera;
     bool jpeg = false;
     bool checkOnly = false;
     const option options[] = {{"bridge", required_argument, nullptr, 'b'},
                               {"library", required_argument, nullptr, 'l'},
                               {"jpeg", no_argument, nullptr, 'j'},
                               {"frames", required_argument, nullptr, 'f'},
+                              {"camera", required_argument, nullptr, 'v'},
                               {"check", no_argument, nullptr, 'c'},
                               {"help", no_argument, nullptr, 'h'},
                               {nullptr, 0, nullptr, 0}};
@@ -124,6 +132,9 @@ int main(int argc, char** argv) {
                 break;
             case 'f':
                 framesRoot = optarg;
+                break;
+            case 'v':
+                camera = optarg;
                 break;
             case 'c':
                 checkOnly = true;
@@ -163,6 +174,14 @@ int main(int argc, char** argv) {
                 libraryPath.c_str());
         return 1;
     }
+    // Older builds of the library have no camera: only an asked-for camera needs it.
+    auto setCaptureDevice =
+        reinterpret_cast<void (*)(const std::string&)>(dlsym(library, kSetCaptureDevice));
+    if (!camera.empty() && setCaptureDevice == nullptr) {
+        fprintf(stderr, "uvc-gadget-launch: %s cannot take frames from a camera\n",
+                libraryPath.c_str());
+        return 1;
+    }
     if (checkOnly) {
         printf("uvc-gadget-launch: %s runs on %s\n", libraryPath.c_str(), bridgePath.c_str());
         return 0;
@@ -171,6 +190,8 @@ int main(int argc, char** argv) {
         setMjpegFileMode(false);
     if (!framesRoot.empty())
         setFrameFilesRoot(framesRoot);
+    if (!camera.empty())
+        setCaptureDevice(camera);
 
     // Every thread inherits the blocked signals; only the waiter takes them.
     sigset_t signals;
