@@ -34,5 +34,6 @@ void pacing();
 void jpegCost();
 void captureCost();
 void allocations();
+void captureLatency();
 
 }  // namespace uvc_bench

@@ -57,7 +57,7 @@ void printMachine() {
 }  // namespace
 
 int main(int argc, char** argv) {
-    // Sections by name (frames, pacing, jpeg, capture, allocations); all by default.
+    // Sections by name (frames, pacing, jpeg, capture, allocations, latency); all by default.
     auto wanted = [&](const char* name) {
         if (argc < 2)
             return true;
@@ -84,6 +84,8 @@ int main(int argc, char** argv) {
         uvc_bench::captureCost();
     if (wanted("allocations"))
         uvc_bench::allocations();
+    if (wanted("latency"))
+        uvc_bench::captureLatency();
     if (wanted("pacing"))
         uvc_bench::pacing();
     return 0;

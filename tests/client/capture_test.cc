@@ -10,7 +10,7 @@
 
 #include <gtest/gtest.h>
 
-#include "FakeCamera.h"
+#include "support/FakeCamera.h"
 #include "android_testing.h"
 #include "client/StreamHandler.h"
 #include "client_harness.h"
