@@ -80,19 +80,26 @@ void CaptureSource::attach(CaptureStream& stream) {
     ++users_;
     const auto now = Clock::now();
     if (!device && !openLocked(stream.target, now)) {
-        __android_log_print(ANDROID_LOG_WARN, kTag,
-                            "Stream [%u] [%u]: camera %s unavailable (%s): test pattern, tried "
-                            "again every second\n",
-                            stream.stream_id, stream.stream_idx, path_.c_str(), lastError.c_str());
-        stream.warned = true;
+        warnLocked(stream);
         return;
     }
-    if (device) {
-        __android_log_print(ANDROID_LOG_INFO, kTag, "Stream [%u] [%u]: %s: %s\n", stream.stream_id,
-                            stream.stream_idx, path_.c_str(),
-                            describeChoice(forStream(choice, stream.target), stream.target).c_str());
-        stream.announced = true;
-    }
+    announceLocked(stream, ": ");
+}
+
+void CaptureSource::warnLocked(CaptureStream& stream) const {
+    __android_log_print(ANDROID_LOG_WARN, kTag,
+                        "Stream [%u] [%u]: camera %s unavailable (%s): test pattern, tried again "
+                        "every second\n",
+                        stream.stream_id, stream.stream_idx, path_.c_str(), lastError.c_str());
+    stream.warned = true;
+    stream.announced = false;
+}
+
+void CaptureSource::announceLocked(CaptureStream& stream, const char* how) const {
+    __android_log_print(ANDROID_LOG_INFO, kTag, "Stream [%u] [%u]: %s%s%s\n", stream.stream_id,
+                        stream.stream_idx, path_.c_str(), how,
+                        describeChoice(forStream(choice, stream.target), stream.target).c_str());
+    stream.announced = true;
 }
 
 void CaptureSource::detach(CaptureStream&) {
@@ -191,13 +198,7 @@ CaptureStream::Mode CaptureSource::prepare(CaptureStream& stream) {
     }
     if (!device) {
         if (!stream.warned) {
-            __android_log_print(ANDROID_LOG_WARN, kTag,
-                                "Stream [%u] [%u]: camera %s unavailable (%s): test pattern, "
-                                "tried again every second\n",
-                                stream.stream_id, stream.stream_idx, path_.c_str(),
-                                lastError.c_str());
-            stream.warned = true;
-            stream.announced = false;
+            warnLocked(stream);
         }
         return CaptureStream::Mode::kFallback;
     }
@@ -207,10 +208,7 @@ CaptureStream::Mode CaptureSource::prepare(CaptureStream& stream) {
         return stream.warned ? CaptureStream::Mode::kFallback : CaptureStream::Mode::kWait;
     }
     if (!stream.announced) {
-        __android_log_print(ANDROID_LOG_INFO, kTag, "Stream [%u] [%u]: %s back: %s\n",
-                            stream.stream_id, stream.stream_idx, path_.c_str(),
-                            describeChoice(forStream(choice, stream.target), stream.target).c_str());
-        stream.announced = true;
+        announceLocked(stream, " back: ");
     }
     stream.warned = false;
     return CaptureStream::Mode::kCamera;

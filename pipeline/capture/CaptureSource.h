@@ -60,6 +60,10 @@ private:
     bool openLocked(const CaptureTarget& target, std::chrono::steady_clock::time_point now);
     void closeLocked();
     void failLocked(const std::string& why, std::chrono::steady_clock::time_point now);
+    // The stream's one warning while the camera is unavailable, and its one
+    // line on the mode in use ("<path><how><choice>").
+    void warnLocked(CaptureStream& stream) const;
+    void announceLocked(CaptureStream& stream, const char* how) const;
 
     const std::string path_;
     event_loop_handler record;
