@@ -111,8 +111,8 @@ void captureLatency() {
     for (const auto& r : rows) {
         const auto ms = run(r.format);
         const Percentiles p = percentiles(ms);
-        std::fprintf(out(), "%-26s %8zu %8.2f %8.2f %8.2f   %.2f\n", r.name, ms.size(), p.p50, p.p99,
-                     p.max, 1000.0 / kFps);
+        std::fprintf(out(), "%-26s %8zu %8.2f %8.2f %8.2f   %.2f\n", r.name, ms.size(), p.p50,
+                     p.p99, p.max, 1000.0 / kFps);
     }
 }
 

@@ -32,8 +32,8 @@ Clock::duration stallTime(const CaptureChoice& c) {
     if (c.interval.numerator == 0 || c.interval.denominator == 0) {
         return floor;
     }
-    const auto three = std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(
-        3.0 * c.interval.numerator / c.interval.denominator));
+    const auto three = std::chrono::duration_cast<Clock::duration>(
+        std::chrono::duration<double>(3.0 * c.interval.numerator / c.interval.denominator));
     return three > floor ? three : floor;
 }
 

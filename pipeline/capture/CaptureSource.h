@@ -68,11 +68,11 @@ private:
     const std::string path_;
     event_loop_handler record;
     mutable std::mutex lock;
-    std::unique_ptr<CaptureDevice> device;        // guarded by `lock`
-    CaptureChoice choice = {};                    // the open camera's mode
+    std::unique_ptr<CaptureDevice> device;  // guarded by `lock`
+    CaptureChoice choice = {};              // the open camera's mode
     int users_ = 0;
-    uint64_t sequence = 0;                        // frames taken, never reset
-    uint64_t openedAt = 0;                        // `sequence` when the camera opened
+    uint64_t sequence = 0;  // frames taken, never reset
+    uint64_t openedAt = 0;  // `sequence` when the camera opened
     std::chrono::steady_clock::time_point lastFrame;
     std::chrono::steady_clock::time_point lastAttempt;
     bool attempted = false;

@@ -58,8 +58,8 @@ private:
     uint64_t lastSequence = 0;
     uint64_t frames = 0;
     uint64_t repeats = 0;
-    bool warned = false;      // the fallback was announced; cleared by a camera frame
-    bool announced = false;   // the chosen mode was logged for this start
+    bool warned = false;     // the fallback was announced; cleared by a camera frame
+    bool announced = false;  // the chosen mode was logged for this start
 };
 
 }  // namespace capture

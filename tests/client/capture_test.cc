@@ -10,13 +10,13 @@
 
 #include <gtest/gtest.h>
 
-#include "support/FakeCamera.h"
 #include "android_testing.h"
 #include "client/StreamHandler.h"
 #include "client_harness.h"
 #include "hidl_uvc_client.h"
 #include "pipeline/StreamBuffer.h"
 #include "pipeline/capture/V4l2Capture.h"
+#include "support/FakeCamera.h"
 
 namespace client_test {
 namespace {
@@ -209,9 +209,14 @@ TEST_F(CaptureTest, AStormWhileTheCameraComesAndGoesLeavesNothingBehind) {
         std::mt19937 rng(7);
         for (uint8_t v = 0; storming; ++v) {
             switch (rng() % 20) {
-                case 0: cam.unplug(); break;
-                case 1: cam.setPresent(true); break;
-                default: cam.frame(v);
+                case 0:
+                    cam.unplug();
+                    break;
+                case 1:
+                    cam.setPresent(true);
+                    break;
+                default:
+                    cam.frame(v);
             }
             std::this_thread::sleep_for(std::chrono::milliseconds(rng() % 40));
         }

@@ -101,8 +101,8 @@ private:
             return Dequeue::kFrame;
         }
         uvc_client::capture::CapturedFrame newest() const override {
-            return {mode.fourcc, mode.width, mode.height, mode.width * 2, picture.data(),
-                    picture.size()};
+            return {mode.fourcc,    mode.width,     mode.height,
+                    mode.width * 2, picture.data(), picture.size()};
         }
         void ring() {
             const uint64_t one = 1;
