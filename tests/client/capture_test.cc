@@ -248,19 +248,7 @@ TEST_F(CaptureTest, AStormWhileTheCameraComesAndGoesLeavesNothingBehind) {
     }
     EXPECT_EQ(0, cam.openInstances()) << "a camera left open";
     EXPECT_EQ(0, uvc_client::capture::CaptureSource::forPath(kCamera).users());
-    for (const auto& key : h.client().streamKeysForTest()) {
-        auto* handler = h.client().handlerForTest(key);
-        std::lock_guard<std::mutex> still(handler->lockForTest());
-        auto* pool = handler->buffersForTest();
-        auto* mgmt = handler->bufferMgmtForTest();
-        ASSERT_TRUE(pool && mgmt) << key;
-        int frameBuffers = 0;
-        auto count = [&](const auto& b) { frameBuffers += b && b->capacity == pool->size; };
-        pool->fillQ.forEach(count);
-        pool->sendQ.forEach(count);
-        EXPECT_EQ(5, frameBuffers) << key;
-        EXPECT_EQ(3, hardwareBuffers(*mgmt)) << key;
-    }
+    expectEveryPoolWhole(h);
 }
 
 int openDescriptors() {

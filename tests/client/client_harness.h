@@ -7,6 +7,7 @@
 #include <gtest/gtest.h>
 
 #include "client/HidlUvcClient.h"
+#include "client/StreamHandler.h"
 #include "client/event_loop_utils.h"
 #include "pipeline/DemoBuffer.h"
 #include "trevo/HalUvcConfig.h"
@@ -83,6 +84,25 @@ inline int hardwareBuffers(hidl_uvc_client::BufferMgmt& mgmt) {
     mgmt.fillQ.forEach(count);
     mgmt.convertQ.forEach(count);
     return n;
+}
+
+// Every stream's pool is on and at home: 5 frame buffers of its size and 3
+// hardware buffers, none out on the frame path.
+inline void expectEveryPoolWhole(ClientHarness& h) {
+    for (const auto& key : h.client().streamKeysForTest()) {
+        auto* handler = h.client().handlerForTest(key);
+        std::lock_guard<std::mutex> still(handler->lockForTest());
+        auto* pool = handler->buffersForTest();
+        auto* mgmt = handler->bufferMgmtForTest();
+        ASSERT_TRUE(pool && mgmt) << key;
+        EXPECT_EQ(0, pool->state.load()) << key;
+        int frameBuffers = 0;
+        auto count = [&](const auto& b) { frameBuffers += b && b->capacity == pool->size; };
+        pool->fillQ.forEach(count);
+        pool->sendQ.forEach(count);
+        EXPECT_EQ(5, frameBuffers) << key;
+        EXPECT_EQ(3, hardwareBuffers(*mgmt)) << key;
+    }
 }
 
 class HostTest : public ::testing::Test {

@@ -176,20 +176,7 @@ TEST_F(StormTest, RandomChangesFromSeveralThreadsLeaveEveryStreamWhole) {
     for (uint8_t s = 0; s < 8; ++s) {
         h.change(s / 4, s % 4, streamConfig(64, 32, rate(s), DemoBuffer::kFormatYUYV, 0), s % 4);
     }
-    for (const auto& key : h.client().streamKeysForTest()) {
-        auto* handler = h.client().handlerForTest(key);
-        std::lock_guard<std::mutex> still(handler->lockForTest());
-        auto* pool = handler->buffersForTest();
-        auto* mgmt = handler->bufferMgmtForTest();
-        ASSERT_TRUE(pool && mgmt) << key;
-        EXPECT_EQ(0, pool->state.load()) << key;
-        int frameBuffers = 0;
-        auto count = [&](const auto& b) { frameBuffers += b && b->capacity == pool->size; };
-        pool->fillQ.forEach(count);
-        pool->sendQ.forEach(count);
-        EXPECT_EQ(5, frameBuffers) << key;
-        EXPECT_EQ(3, hardwareBuffers(*mgmt)) << key;
-    }
+    expectEveryPoolWhole(h);
     EXPECT_EQ(0, std::system(("rm -rf " + root).c_str()));
 }
 
