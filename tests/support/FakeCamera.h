@@ -35,6 +35,11 @@ public:
 
     // Missing cameras fail to open ("No such file or directory").
     void setPresent(bool on) { state->present = on; }
+    // The one format offered from the next opening on.
+    void offer(uint32_t fourcc) {
+        std::lock_guard<std::mutex> g(state->lock);
+        state->mode.fourcc = fourcc;
+    }
     // Unplugs every open instance: their next dequeue fails with ENODEV.
     void unplug() {
         std::lock_guard<std::mutex> g(state->lock);
@@ -81,7 +86,10 @@ private:
             close(efd);
         }
         int fd() const override { return efd; }
-        std::vector<uvc_client::capture::CaptureMode> modes() override { return {state->mode}; }
+        std::vector<uvc_client::capture::CaptureMode> modes() override {
+            std::lock_guard<std::mutex> g(state->lock);
+            return {state->mode};
+        }
         bool start(const uvc_client::capture::CaptureMode& m, std::string&) override {
             mode = m;
             picture.assign(static_cast<size_t>(m.width) * m.height * 2, 0);
