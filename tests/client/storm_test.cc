@@ -148,8 +148,23 @@ TEST_F(StormTest, RandomChangesFromSeveralThreadsLeaveEveryStreamWhole) {
     for (uint8_t s = 0; s < 8; ++s) {
         h.change(s / 4, s % 4, streamConfig(64, 32, rate(s), DemoBuffer::kFormatYUYV, 1), s % 4);
     }
+    // Frames of the storm may still be on their way (a busy machine delays
+    // the conversion library's own delivery); each stream sends its frames in
+    // order, so once two of the known size have arrived, none of the storm's
+    // can follow.
+    host.clearFrames();
     for (uint8_t s = 0; s < 8; ++s) {
-        ASSERT_TRUE(host.waitForFrames(s / 4, s % 4, 2, 5s)) << "stream " << s / 4 << ":" << s % 4;
+        const auto deadline = std::chrono::steady_clock::now() + 10s;
+        auto known = [&] {
+            const auto f = host.frames();
+            return std::count_if(f.begin(), f.end(), [&](const auto& r) {
+                return r.streamId == s / 4 && r.streamIdx == s % 4 && r.size == 64u * 2 * 32;
+            });
+        };
+        while (known() < 2 && std::chrono::steady_clock::now() < deadline) {
+            std::this_thread::sleep_for(10ms);
+        }
+        ASSERT_GE(known(), 2) << "stream " << s / 4 << ":" << s % 4;
     }
     {
         host.clearFrames();
