@@ -142,8 +142,11 @@ protected:
         }
         // The slow host holds the stream back only where the stream ran
         // faster than that host takes frames; a machine too busy (or a
-        // sanitizer too slow) for that leaves it nothing to drop.
-        if (before.slowedFps() > 1000.0 / 40 * 1.05) {
+        // sanitizer too slow) for that leaves it nothing to drop. The other
+        // streams during the slowed turns tell what the machine could run
+        // then: 26.4 fps unslowed, but 23.6 beside the slowed turns, once
+        // left the slowed stream nothing to drop.
+        if (std::min(before.slowedFps(), during.fps()) > 1000.0 / 40 * 1.05) {
             EXPECT_GE(warnings, 1u);
         }
         EXPECT_LE(warnings,
