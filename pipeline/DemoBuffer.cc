@@ -141,14 +141,6 @@ void DemoBuffer::warnOnce(const char* path, const char* reason) {
                         path, reason);
 }
 
-void DemoBuffer::CompressorDeleter::operator()(void* handle) const {
-    tjDestroy(handle);
-}
-
-void DemoBuffer::JpegDeleter::operator()(unsigned char* block) const {
-    tjFree(block);
-}
-
 unsigned DemoBuffer::compressJpeg(const trevo::HalUvcConfig& config, void* buffer, unsigned size) {
     const int width = config.width;
     const int height = config.height;

@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <memory>
 
+#include "pipeline/JpegHandles.h"
 #include "trevo/HalUvcConfig.h"
 
 namespace uvc_client {
@@ -49,14 +50,8 @@ private:
     // TurboJPEG's compressor and an output block of the largest JPEG of the
     // current size, kept across frames: making them per frame cost a dozen
     // heap allocations on the loop thread.
-    struct CompressorDeleter {
-        void operator()(void* handle) const;
-    };
-    struct JpegDeleter {
-        void operator()(unsigned char* block) const;
-    };
-    std::unique_ptr<void, CompressorDeleter> compressor;
-    std::unique_ptr<unsigned char, JpegDeleter> jpegBlock;
+    JpegHandle compressor;
+    JpegBlock jpegBlock;
     unsigned long jpegCapacity = 0;
 
     bool fileWarningGiven = false;

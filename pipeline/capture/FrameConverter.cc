@@ -289,14 +289,6 @@ uint64_t frameBytes(uint32_t fourcc, uint32_t width, uint32_t height) {
     return bytes <= kMaxBytes ? bytes : 0;
 }
 
-void FrameConverter::HandleDeleter::operator()(void* handle) const {
-    tjDestroy(handle);
-}
-
-void FrameConverter::BlockDeleter::operator()(unsigned char* block) const {
-    tjFree(block);
-}
-
 FrameConverter::FrameConverter() = default;
 FrameConverter::~FrameConverter() = default;
 

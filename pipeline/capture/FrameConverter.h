@@ -4,6 +4,7 @@
 #include <memory>
 #include <vector>
 
+#include "pipeline/JpegHandles.h"
 #include "pipeline/capture/CaptureTypes.h"
 
 namespace uvc_client {
@@ -48,18 +49,11 @@ public:
                      unsigned capacity);
 
 private:
-    struct HandleDeleter {
-        void operator()(void* handle) const;
-    };
-    struct BlockDeleter {
-        void operator()(unsigned char* block) const;
-    };
-
-    std::unique_ptr<void, HandleDeleter> decompressor;
-    std::unique_ptr<void, HandleDeleter> compressor;
+    JpegHandle decompressor;
+    JpegHandle compressor;
     // Holds the largest JPEG of the last target size, so that TurboJPEG never
     // grows it and a JPEG is copied out only when it fits whole.
-    std::unique_ptr<unsigned char, BlockDeleter> jpegBlock;
+    JpegBlock jpegBlock;
     unsigned long jpegCapacity = 0;
     std::vector<uint8_t> decoded;     // a JPEG's planes at its own size
     std::vector<uint8_t> sourceI420;  // the captured picture as I420, before scaling

@@ -30,6 +30,23 @@ std::string failed(const char* what) {
     return std::string(what) + ": " + std::strerror(errno);
 }
 
+// Every buffer and request here is a capture queue of mapped buffers.
+v4l2_buffer mappedBuffer(uint32_t index) {
+    v4l2_buffer buf = {};
+    buf.type = V4L2_BUF_TYPE_VIDEO_CAPTURE;
+    buf.memory = V4L2_MEMORY_MMAP;
+    buf.index = index;
+    return buf;
+}
+
+v4l2_requestbuffers mappedRequest(uint32_t count) {
+    v4l2_requestbuffers req = {};
+    req.count = count;
+    req.type = V4L2_BUF_TYPE_VIDEO_CAPTURE;
+    req.memory = V4L2_MEMORY_MMAP;
+    return req;
+}
+
 bool wanted(uint32_t fourcc) {
     return fourcc == V4L2_PIX_FMT_YUYV || fourcc == V4L2_PIX_FMT_YUV420 ||
            fourcc == V4L2_PIX_FMT_NV12 || fourcc == V4L2_PIX_FMT_MJPEG;
@@ -156,10 +173,7 @@ bool V4l2Capture::start(const CaptureMode& mode, std::string& why) {
         // timer paces the host either way.
         xioctl(fd(), VIDIOC_S_PARM, &parm);
     }
-    v4l2_requestbuffers req = {};
-    req.count = kBufferCount;
-    req.type = V4L2_BUF_TYPE_VIDEO_CAPTURE;
-    req.memory = V4L2_MEMORY_MMAP;
+    v4l2_requestbuffers req = mappedRequest(kBufferCount);
     if (xioctl(fd(), VIDIOC_REQBUFS, &req) == -1) {
         why = failed("VIDIOC_REQBUFS");
         return false;
@@ -171,10 +185,7 @@ bool V4l2Capture::start(const CaptureMode& mode, std::string& why) {
         return false;
     }
     for (uint32_t i = 0; i < req.count; ++i) {
-        v4l2_buffer buf = {};
-        buf.type = V4L2_BUF_TYPE_VIDEO_CAPTURE;
-        buf.memory = V4L2_MEMORY_MMAP;
-        buf.index = i;
+        v4l2_buffer buf = mappedBuffer(i);
         if (xioctl(fd(), VIDIOC_QUERYBUF, &buf) == -1) {
             why = failed("VIDIOC_QUERYBUF");
             stop();
@@ -204,10 +215,7 @@ bool V4l2Capture::start(const CaptureMode& mode, std::string& why) {
 }
 
 bool V4l2Capture::queue(uint32_t index, std::string& why) {
-    v4l2_buffer buf = {};
-    buf.type = V4L2_BUF_TYPE_VIDEO_CAPTURE;
-    buf.memory = V4L2_MEMORY_MMAP;
-    buf.index = index;
+    v4l2_buffer buf = mappedBuffer(index);
     if (xioctl(fd(), VIDIOC_QBUF, &buf) == -1) {
         why = failed("VIDIOC_QBUF");
         return false;
@@ -230,9 +238,7 @@ void V4l2Capture::stop() {
     mappings.clear();
     // Frees the driver's buffers now that nothing maps them (a camera that is
     // gone refuses; closing the descriptor frees them then).
-    v4l2_requestbuffers req = {};
-    req.type = V4L2_BUF_TYPE_VIDEO_CAPTURE;
-    req.memory = V4L2_MEMORY_MMAP;
+    v4l2_requestbuffers req = mappedRequest(0);
     xioctl(fd(), VIDIOC_REQBUFS, &req);
 }
 
@@ -243,9 +249,7 @@ CaptureDevice::Dequeue V4l2Capture::dequeue(std::string& why) {
     }
     Dequeue result = Dequeue::kNone;
     for (;;) {
-        v4l2_buffer buf = {};
-        buf.type = V4L2_BUF_TYPE_VIDEO_CAPTURE;
-        buf.memory = V4L2_MEMORY_MMAP;
+        v4l2_buffer buf = mappedBuffer(0);
         if (xioctl(fd(), VIDIOC_DQBUF, &buf) == -1) {
             if (errno == EAGAIN) {
                 return result;
