@@ -1,6 +1,5 @@
 #include <android/log.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <cstdlib>
