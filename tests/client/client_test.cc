@@ -149,7 +149,8 @@ void quietWithDescriptors(rlim_t n) {
 // Under 1,024 descriptors, 2,000 other stream numbers arrive before the UVC
 // streams are set up; 50 of them have a stream to run and come twice. Every
 // handler holds two timer descriptors, so without the bound on handlers the
-// flood would leave none for the UVC streams.
+// flood would leave none for the UVC streams, which then all start at one
+// change, each with frames of its own size.
 [[noreturn]] void floodThenStream() {
     quietWithDescriptors(1024);
     auto& host = trevo_standin::Host::instance();
@@ -168,12 +169,17 @@ void quietWithDescriptors(rlim_t n) {
     for (uint64_t t : tickets) {
         check(host.waitDelivered(t, 30s), "a change of the flood is stuck");
     }
+    const auto width = [](int s) { return 16 + 16 * s; };
     for (uint8_t s = 0; s < 8; ++s) {
-        host.setConfig(s / 4, s % 4, streamConfig(32, 16, 30, DemoBuffer::kFormatYUYV, 1));
+        host.setConfig(s / 4, s % 4, streamConfig(width(s), 8, 30, DemoBuffer::kFormatYUYV, 1));
     }
-    check(host.waitDelivered(host.hotplug(4, 255, 0), 10s), "the UVC streams' change is stuck");
+    check(host.waitDelivered(host.hotplug(4, 255, 7), 10s), "the UVC streams' change is stuck");
     for (uint8_t s = 0; s < 8; ++s) {
         check(host.waitForFrames(s / 4, s % 4, 3, 5s), "a UVC stream without frames");
+    }
+    for (const auto& f : host.frames()) {
+        check(f.streamId > 1 || f.size == width(f.streamId * 4 + f.streamIdx) * 2u * 8,
+              "a UVC stream carried another's frames");
     }
     // The eight UVC keys and eight others (which ones depends on how the
     // lanes interleaved).
