@@ -1,6 +1,9 @@
 #pragma once
 
+#include <unistd.h>
+
 #include <chrono>
+#include <cstdio>
 #include <memory>
 #include <thread>
 
@@ -102,6 +105,15 @@ inline void expectEveryPoolWhole(ClientHarness& h) {
         pool->sendQ.forEach(count);
         EXPECT_EQ(5, frameBuffers) << key;
         EXPECT_EQ(3, hardwareBuffers(*mgmt)) << key;
+    }
+}
+
+// Ends a death-test child with a reason when a step did not hold.
+inline void check(bool held, const char* why) {
+    if (!held) {
+        std::fprintf(stderr, "FAILED: %s\n", why);
+        std::fflush(stderr);
+        _exit(1);
     }
 }
 

@@ -117,49 +117,42 @@ TEST_F(HostTest, InitRunsUntilStoppedAndRefusesASecondClient) {
 
 // The loop starts with one descriptor left, for its epoll instance; with
 // none left, init fails and no client runs.
-int initWithOneDescriptorThenNone() {
+[[noreturn]] void initWithOneDescriptorThenNone() {
     dup2(STDERR_FILENO, STDOUT_FILENO);
     const struct rlimit few = {64, 64};
-    if (setrlimit(RLIMIT_NOFILE, &few) != 0) {
-        return 2;
-    }
+    check(setrlimit(RLIMIT_NOFILE, &few) == 0, "setrlimit");
     int last = -1;
     for (int fd; (fd = dup(STDERR_FILENO)) >= 0;) {
         last = fd;
     }
     close(last);
-    if (event_loop_init() != 0) {
-        return 3;
-    }
+    check(event_loop_init() == 0, "no loop with one descriptor left");
     const int rc = hidl_uvc_client::init(false);
     std::fflush(stdout);
-    return rc == 0 && !hidl_uvc_client::clientRunning() ? 0 : 1;
+    check(rc == 0 && !hidl_uvc_client::clientRunning(), "a client without a descriptor");
+    _exit(0);
 }
 
 TEST(InitDeathTest, TheLoopNeedsOneDescriptorAndWithoutItThereIsNoClient) {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
-    EXPECT_EXIT(_exit(initWithOneDescriptorThenNone()), testing::ExitedWithCode(0),
+    EXPECT_EXIT(initWithOneDescriptorThenNone(), testing::ExitedWithCode(0),
                 "Initialization event loop failed, exiting\n");
 }
 
 // Death-test children: output to /dev/null, at most `n` descriptors.
-bool quietWithDescriptors(rlim_t n) {
+void quietWithDescriptors(rlim_t n) {
     dup2(open("/dev/null", O_WRONLY), STDOUT_FILENO);
     const struct rlimit limit = {n, n};
-    return setrlimit(RLIMIT_NOFILE, &limit) == 0;
+    check(setrlimit(RLIMIT_NOFILE, &limit) == 0, "setrlimit");
 }
 
 // Under 1,024 descriptors, 2,000 other stream numbers arrive before the UVC
 // streams are set up; 50 of them have a stream to run and come twice. Every
 // handler holds two timer descriptors, so without the bound on handlers the
-// flood would leave none for the UVC streams.
-// Exit code: 0 when all eight UVC streams deliver, only the first eight other
-// numbers got a handler, and the ignored changes were logged at most once a
-// second.
-int floodThenStream() {
-    if (!quietWithDescriptors(1024)) {
-        return 2;
-    }
+// flood would leave none for the UVC streams, which then all start at one
+// change, each with frames of its own size.
+[[noreturn]] void floodThenStream() {
+    quietWithDescriptors(1024);
     auto& host = trevo_standin::Host::instance();
     android_standin::LogCapture log;
     const auto start = std::chrono::steady_clock::now();
@@ -174,27 +167,23 @@ int floodThenStream() {
         tickets.push_back(host.hotplug(4, id, idx, i % 4));
     }
     for (uint64_t t : tickets) {
-        if (!host.waitDelivered(t, 30s)) {
-            return 3;
-        }
+        check(host.waitDelivered(t, 30s), "a change of the flood is stuck");
     }
+    const auto width = [](int s) { return 16 + 16 * s; };
     for (uint8_t s = 0; s < 8; ++s) {
-        host.setConfig(s / 4, s % 4, streamConfig(32, 16, 30, DemoBuffer::kFormatYUYV, 1));
+        host.setConfig(s / 4, s % 4, streamConfig(width(s), 8, 30, DemoBuffer::kFormatYUYV, 1));
     }
-    if (!host.waitDelivered(host.hotplug(4, 255, 0), 10s)) {
-        return 4;
-    }
+    check(host.waitDelivered(host.hotplug(4, 255, 7), 10s), "the UVC streams' change is stuck");
     for (uint8_t s = 0; s < 8; ++s) {
-        if (!host.waitForFrames(s / 4, s % 4, 3, 5s)) {
-            return 10 + s;
-        }
+        check(host.waitForFrames(s / 4, s % 4, 3, 5s), "a UVC stream without frames");
+    }
+    for (const auto& f : host.frames()) {
+        check(f.streamId > 1 || f.size == width(f.streamId * 4 + f.streamIdx) * 2u * 8,
+              "a UVC stream carried another's frames");
     }
     // The eight UVC keys and eight others (which ones depends on how the
     // lanes interleaved).
-    const auto keys = h.client().streamKeysForTest();
-    if (keys.size() != 16) {
-        return 5;
-    }
+    check(h.client().streamKeysForTest().size() == 16, "not 8 + 8 handlers");
     const double seconds =
         std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
     size_t lines = 0;
@@ -202,22 +191,21 @@ int floodThenStream() {
         lines += r.text.find(": ignored, 8 stream numbers besides 0:0 to 1:3 already have a "
                              "handler (") != std::string::npos;
     }
-    return lines >= 1 && lines <= 1 + seconds ? 0 : 6;
+    check(lines >= 1 && lines <= 1 + seconds, "ignored changes not logged once a second");
+    _exit(0);
 }
 
 TEST(StreamLimitDeathTest, AFloodOfStreamNumbersLeavesTheUvcStreamsTheirDescriptors) {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
-    EXPECT_EXIT(_exit(floodThenStream()), testing::ExitedWithCode(0), "");
+    EXPECT_EXIT(floodThenStream(), testing::ExitedWithCode(0), "");
 }
 
 // Stream 1:0's handler is made while no descriptor is left: its timers have
-// none and its first stream change starts nothing. Once descriptors are free
-// again, the next stream change makes the timers and the stream runs.
-// Exit code: 0 when it does, and the handler said why it did not before.
-int timersMadeAgainAfterExhaustion() {
-    if (!quietWithDescriptors(256)) {
-        return 2;
-    }
+// none and its first stream change starts nothing, saying why. Once
+// descriptors are free again, the next stream change makes the timers and
+// the stream runs.
+[[noreturn]] void timersMadeAgainAfterExhaustion() {
+    quietWithDescriptors(256);
     auto& host = trevo_standin::Host::instance();
     android_standin::LogCapture log;
     ClientHarness h;
@@ -226,9 +214,7 @@ int timersMadeAgainAfterExhaustion() {
         fillers.push_back(fd);
     }
     host.setConfig(1, 0, streamConfig(32, 16, 30, DemoBuffer::kFormatYUYV, 1));
-    if (!host.waitDelivered(host.hotplug(4, 1, 0), 10s)) {
-        return 3;
-    }
+    check(host.waitDelivered(host.hotplug(4, 1, 0), 10s), "the first change is stuck");
     for (int fd : fillers) {
         close(fd);
     }
@@ -237,19 +223,17 @@ int timersMadeAgainAfterExhaustion() {
         return std::any_of(records.begin(), records.end(),
                            [&text](const auto& r) { return r.text == text; });
     };
-    if (!said("Stream [1] [0]: no timer descriptor, not started\n") ||
-        !said("no wake alarm fd\n") || host.frameCount(1, 0) != 0) {
-        return 4;
-    }
-    if (!host.waitDelivered(host.hotplug(4, 1, 0), 10s)) {
-        return 5;
-    }
-    return host.waitForFrames(1, 0, 3, 5s) ? 0 : 6;
+    check(said("Stream [1] [0]: no timer descriptor, not started\n") &&
+              said("no wake alarm fd\n") && host.frameCount(1, 0) == 0,
+          "started without timers, or without saying why not");
+    check(host.waitDelivered(host.hotplug(4, 1, 0), 10s), "the second change is stuck");
+    check(host.waitForFrames(1, 0, 3, 5s), "no frames once descriptors were free");
+    _exit(0);
 }
 
 TEST(StreamLimitDeathTest, TimersMissingForWantOfDescriptorsAreMadeAtTheNextStart) {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
-    EXPECT_EXIT(_exit(timersMadeAgainAfterExhaustion()), testing::ExitedWithCode(0), "");
+    EXPECT_EXIT(timersMadeAgainAfterExhaustion(), testing::ExitedWithCode(0), "");
 }
 
 }  // namespace

@@ -5,7 +5,6 @@
 #include <android/log.h>
 
 #include <algorithm>
-#include <cmath>
 #include <cstdio>
 #include <utility>
 #include <vector>

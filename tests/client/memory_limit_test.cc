@@ -22,15 +22,6 @@ void countAndThrow() {
     throw std::bad_alloc();
 }
 
-// Ends the death-test child with a reason when a step did not hold.
-void check(bool held, const char* why) {
-    if (!held) {
-        std::fprintf(stderr, "FAILED: %s\n", why);
-        std::fflush(stderr);
-        _exit(1);
-    }
-}
-
 // The death-test child: the host's messages reach setting() with the address
 // space limited. Exits 0 when every step held; an exception that left
 // setting() would fail the death test.

@@ -41,8 +41,7 @@ TEST_F(BufferMgmtTest, StopWakesTheThreadLeavesNoWakeUpAndRestartWorks) {
     auto mgmt = makeMgmt(3, 64);
     EXPECT_EQ(factorySinks().count(mgmt.get()), 1u);
     EXPECT_EQ(factorySinks().size(), sinksBefore + 1);  // TearDown: and left again
-    mgmt->stopStream();                                      // never started: only clears `running`
-    EXPECT_FALSE(mgmt->isRunning());
+    mgmt->stopStream();  // never started: neither hangs nor loses a buffer
     expectHolds(*mgmt, 3);
 
     for (int round = 0; round < 5; ++round) {

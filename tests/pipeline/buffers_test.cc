@@ -13,12 +13,9 @@ using testing::internal::GetCapturedStdout;
 namespace hb = hardware_buffer_standin;
 using BuffersTest = FramePathTest;
 
-TEST_F(BuffersTest, ContainersResizeAndReportPlatformFailures) {
-    EXPECT_EQ(DynamicBuffer(0).data, nullptr);
-
+TEST_F(BuffersTest, HardwareBuffersResizeAndReportPlatformFailures) {
     android_standin::LogCapture log;
     FlatTestBuffer hw(0);
-    EXPECT_EQ(hw.heldBuffer(), nullptr);
     hb::failAllocations(1, -12);
     CaptureStdout();
     EXPECT_EQ(hw.reinit(64), 0);
@@ -31,8 +28,6 @@ TEST_F(BuffersTest, ContainersResizeAndReportPlatformFailures) {
     const size_t allocations = hb::allocateCalls();
     EXPECT_EQ(hw.reinit(64), 0);  // the same size keeps the buffer
     EXPECT_EQ(hb::allocateCalls(), allocations);
-    EXPECT_EQ(hw.lockBuffer(nullptr), nullptr);
-    EXPECT_EQ(hb::lockCalls(), 0u);
     ASSERT_NE(hw.lockBuffer(&flat), nullptr);
     EXPECT_EQ(flat.hardwareBuffer, hw.heldBuffer());
     hb::failUnlocks(1);
