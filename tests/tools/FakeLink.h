@@ -14,6 +14,8 @@
 #include <string>
 #include <vector>
 
+#include "ToolTestSupport.h"
+#include "cli/HostMain.h"
 #include "link/UvcLink.h"
 
 namespace uvc_host_test {
@@ -140,6 +142,27 @@ inline uvc_host::UvcLinkFactory fakeFactory(FakeState* state) {
         state->settings = s;
         return std::make_unique<FakeLink>(state);
     };
+}
+
+// Runs the whole tool in-process against the fake library (a fresh one when
+// `state` is null); results and help go to `out`, usage errors to `err`, and
+// a file named "-" reads `standardInput`.
+inline Outcome runTool(std::vector<std::string> args, FakeState* state = nullptr,
+                       const std::string& standardInput = "") {
+    FakeState local;
+    FILE* in = std::tmpfile();
+    std::fputs(standardInput.c_str(), in);
+    std::rewind(in);
+    Outcome r = captured([&](FILE* out, FILE* err) {
+        uvc_host::HostEnvironment env;
+        env.link = fakeFactory(state ? state : &local);
+        env.io = [&](bool) { return uvc_host::HostIo{out, err, false, in}; };
+        env.helpOut = out;
+        env.usageErr = err;
+        return uvc_host::runHost(args, env);
+    });
+    std::fclose(in);
+    return r;
 }
 
 }  // namespace uvc_host_test

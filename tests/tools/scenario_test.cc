@@ -9,7 +9,6 @@
 #include "cli/Interrupt.h"
 #include "session/JsonText.h"
 #include "session/Scenario.h"
-#include "session/ScenarioRunner.h"
 
 using namespace uvc_host;
 using uvc_host_test::Outcome;
@@ -28,17 +27,11 @@ Outcome play(const std::string& script, uvc_host_test::FakeState* state, bool js
              const std::string& file = "s.txt") {
     uvc_host_test::TempDir dir;
     dir.write("s.txt", script);
-    FILE* in = std::tmpfile();
-    std::fputs(script.c_str(), in);
-    std::rewind(in);
-    ScenarioOptions o;
-    o.file = file == "-" ? file : dir.file(file);
-    o.json = json;
-    Outcome r = uvc_host_test::captured([&](FILE* out, FILE* err) {
-        return ScenarioRunner(o, uvc_host_test::fakeFactory(state), {out, err, false, in}).run();
-    });
-    std::fclose(in);
-    return r;
+    std::vector<std::string> args{"scenario", file == "-" ? file : dir.file(file)};
+    if (json) {
+        args.push_back("--json");
+    }
+    return uvc_host_test::runTool(args, state, script);
 }
 
 }  // namespace

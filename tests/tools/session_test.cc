@@ -6,10 +6,8 @@
 
 #include "FakeLink.h"
 #include "ToolTestSupport.h"
-#include "cli/CommandLine.h"
 #include "cli/Interrupt.h"
 #include "session/JsonText.h"
-#include "session/StreamSession.h"
 
 using namespace uvc_host;
 using uvc_host_test::member;
@@ -18,15 +16,9 @@ using uvc_host_test::Outcome;
 
 namespace {
 
-Outcome runStream(const std::vector<std::string>& args, uvc_host_test::FakeState* state) {
-    std::vector<std::string> line = args;
-    line.insert(line.begin(), "stream");
-    CommandLine parsed = parseCommandLine(line);
-    EXPECT_EQ(parsed.command, CommandLine::Command::Stream) << parsed.text;
-    return uvc_host_test::captured([&](FILE* out, FILE* err) {
-        return StreamSession(parsed.stream, uvc_host_test::fakeFactory(state), {out, err, false})
-            .run();
-    });
+Outcome runStream(std::vector<std::string> args, uvc_host_test::FakeState* state) {
+    args.insert(args.begin(), "stream");
+    return uvc_host_test::runTool(args, state);
 }
 
 // The run's JSON summary.
