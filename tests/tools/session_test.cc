@@ -101,7 +101,9 @@ TEST(StreamSessionTest, FailsOnShortEmptyOrMistimedStreams) {
         std::vector<std::string> args;
         int status;
         std::string says, warns = "", saysNot = "";
-    } cases[] = {
+    };
+    // clang-format off
+    const Case cases[] = {
         {3, -1, 0, {"--frames", "5", "--timeout", "0.1"}, 1, "received 3 of 5 frames in time"},
         {4, 0, 0, {"--frames", "4", "--format", "MJPG", "--frames-dir", dir.path(), "--size", "8x4"},
          1, "4 empty frames (no frame files for this size?", noFile},
@@ -113,8 +115,8 @@ TEST(StreamSessionTest, FailsOnShortEmptyOrMistimedStreams) {
         {2, -1, 30, {"--frames", "2", "--fps", "60"}, 1, "achieved 30.00 fps, configured 60"},
         // Two frames at the right pace, then nothing for the rest of a
         // second: the count to the end of the run fails it, not the rate.
-        {2, -1, 0, {"--duration", "1"}, 1, "problem: received 2 of ~", "", "configured"},
-    };
+        {2, -1, 0, {"--duration", "1"}, 1, "problem: received 2 of ~", "", "configured"}};
+    // clang-format on
     for (const Case& c : cases) {
         SCOPED_TRACE(testing::PrintToString(c.args));
         uvc_host_test::FakeState state;
