@@ -1,7 +1,5 @@
 #include <gtest/gtest.h>
 
-#include <cstdlib>
-#include <filesystem>
 #include <fstream>
 #include <regex>
 #include <string>
@@ -9,6 +7,7 @@
 #include "base/Logger.h"
 #include "base/Thread.h"
 #include "log_test_support.h"
+#include "support/TempDir.h"
 
 using VOLUT::Log;
 using VOLUT::LogServer;
@@ -119,13 +118,8 @@ TEST(LogServerTest, WriteLogWithoutBracketsGivesPriority6AndNoTag) {
 }
 
 TEST(LogServerTest, NextLogShiftsFilesAndIsRefusedWithZeroFiles) {
-    char tmpl[] = "/tmp/volut_logXXXXXX";
-    ASSERT_NE(mkdtemp(tmpl), nullptr);
-    const std::string base = std::string(tmpl) + "/app.log";
-    auto read = [](const std::string& path) {
-        std::ifstream in(path);
-        return std::string(std::istreambuf_iterator<char>(in), {});
-    };
+    uvc_test::TempDir dir;
+    const std::string base = dir.file("app.log");
     const char* contents[] = {"zero", "one", "two"};
     for (int i = 0; i < 3; ++i)
         std::ofstream(LogServer::getLogFile(base, i)) << contents[i];
@@ -138,15 +132,14 @@ TEST(LogServerTest, NextLogShiftsFilesAndIsRefusedWithZeroFiles) {
         auto records = cap.waitFor(2);
         ASSERT_EQ(records.size(), 2u);
         EXPECT_TRUE(Has(records[1].text, "[W][VOLUT] - [void VOLUT::LogServer::nextLog()] "));
-        EXPECT_EQ(read(base), "zero");
+        EXPECT_EQ(dir.text("app.log"), "zero");
     }
     LogServer server;
     server.setLogFiles(base, 3);
     server.nextLog();
-    EXPECT_EQ(read(base + ".2"), "one");
-    EXPECT_EQ(read(base + ".1"), "zero");
+    EXPECT_EQ(dir.text("app.log.2"), "one");
+    EXPECT_EQ(dir.text("app.log.1"), "zero");
     EXPECT_TRUE(LogServer::checkExist(base));
-    EXPECT_EQ(read(base), "");
+    EXPECT_EQ(dir.text("app.log"), "");
     EXPECT_FALSE(LogServer::checkExist(base + ".3"));
-    std::filesystem::remove_all(tmpl);
 }

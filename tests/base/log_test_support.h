@@ -41,13 +41,12 @@ public:
             std::this_thread::sleep_for(std::chrono::milliseconds(5));
         }
     }
-    Records waitForText(const std::string& text) { return waitFor(0, "VOLUT", text); }
 
     // Lines queued before a passing marker reach the log ahead of it, so once
     // it shows nothing of ours can still arrive. Returns the lines before it.
     Records untilMarker() {
         VOLUT::Log::log("VOLUT", VOLUT::LOG_ERROR, "end-of-test marker");
-        Records r = waitForText("end-of-test marker");
+        Records r = waitFor(0, "VOLUT", "end-of-test marker");
         if (r.empty() || r.back().text.find("end-of-test marker") == std::string::npos)
             ADD_FAILURE() << "marker line never arrived";
         else

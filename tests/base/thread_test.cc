@@ -118,13 +118,16 @@ TEST(ThreadTest, SecondStartIsRefusedAndStopIsCooperative) {
 }
 
 // A failed priority change is reported with errno and the thread runs on.
-// Raising the priority needs privileges, so a child gives them up.
+// Raising the priority needs privileges, so a child gives them up; it first
+// takes nice 0, so that the log server's normal priority stays within reach
+// when the tests run under nice.
 TEST(ThreadDeathTest, PriorityFailureIsReportedWithErrno) {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
     EXPECT_EXIT(
         {
             passwd* nobody = getpwnam("nobody");
-            if (geteuid() == 0 && (nobody == nullptr || setuid(nobody->pw_uid) != 0))
+            if (geteuid() == 0 && (setpriority(PRIO_PROCESS, 0, 0) != 0 || nobody == nullptr ||
+                                   setuid(nobody->pw_uid) != 0))
                 _exit(3);
             volut_test::DefaultServerCapture cap;
             Probe::deleted = 0;

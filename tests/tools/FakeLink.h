@@ -14,6 +14,8 @@
 #include <string>
 #include <vector>
 
+#include "ToolTestSupport.h"
+#include "cli/HostMain.h"
 #include "link/UvcLink.h"
 
 namespace uvc_host_test {
@@ -98,14 +100,8 @@ public:
                 if (text == "get") {
                     auto it = s_->values.find(key);
                     std::string v = it != s_->values.end() ? it->second : "-255";
-                    json_object* reply = json_object_new_object();
-                    json_object* response = json_object_new_object();
-                    json_object_object_add(response, key, json_object_new_string(v.c_str()));
-                    json_object_object_add(reply, "source", json_object_new_string("app"));
-                    json_object_object_add(reply, "response", response);
-                    s_->replies.push_back(
-                        json_object_to_json_string_ext(reply, JSON_C_TO_STRING_PLAIN));
-                    json_object_put(reply);
+                    s_->replies.push_back(R"({"source":"app","response":{")" + std::string(key) +
+                                          R"(":")" + v + R"("}})");
                 } else {
                     s_->values[key] = text;
                 }
@@ -140,6 +136,27 @@ inline uvc_host::UvcLinkFactory fakeFactory(FakeState* state) {
         state->settings = s;
         return std::make_unique<FakeLink>(state);
     };
+}
+
+// Runs the whole tool in-process against the fake library (a fresh one when
+// `state` is null); results and help go to `out`, usage errors to `err`, and
+// a file named "-" reads `standardInput`.
+inline Outcome runTool(std::vector<std::string> args, FakeState* state = nullptr,
+                       const std::string& standardInput = "") {
+    FakeState local;
+    FILE* in = std::tmpfile();
+    std::fputs(standardInput.c_str(), in);
+    std::rewind(in);
+    Outcome r = captured([&](FILE* out, FILE* err) {
+        uvc_host::HostEnvironment env;
+        env.link = fakeFactory(state ? state : &local);
+        env.io = [&](bool) { return uvc_host::HostIo{out, err, false, in}; };
+        env.helpOut = out;
+        env.usageErr = err;
+        return uvc_host::runHost(args, env);
+    });
+    std::fclose(in);
+    return r;
 }
 
 }  // namespace uvc_host_test

@@ -6,52 +6,15 @@
 
 #include <cctype>
 #include <cstdio>
-#include <cstdlib>
-#include <filesystem>
 #include <string>
 #include <utility>
 #include <vector>
 
-#include "media/FileUtil.h"
+#include "support/TempDir.h"
 
 namespace uvc_host_test {
 
-// A fresh directory under /tmp, removed with its contents at the end.
-class TempDir {
-public:
-    TempDir() {
-        char pattern[] = "/tmp/uvc_host_test_XXXXXX";
-        path_ = mkdtemp(pattern) ? pattern : "/tmp";
-    }
-    ~TempDir() {
-        std::error_code ignored;
-        if (path_ != "/tmp") {
-            std::filesystem::remove_all(path_, ignored);
-        }
-    }
-    const std::string& path() const { return path_; }
-    std::string file(const std::string& name) const { return path_ + "/" + name; }
-
-    void write(const std::string& name, const std::string& text) const {
-        std::string error;
-        uvc_host::writeFile(file(name), reinterpret_cast<const uint8_t*>(text.data()), text.size(),
-                            &error);
-    }
-    // The file's bytes; none when it cannot be read.
-    std::vector<uint8_t> read(const std::string& name) const {
-        std::vector<uint8_t> bytes;
-        std::string error;
-        uvc_host::readFile(file(name), &bytes, &error);
-        return bytes;
-    }
-    std::string text(const std::string& name) const {
-        std::vector<uint8_t> bytes = read(name);
-        return std::string(bytes.begin(), bytes.end());
-    }
-
-private:
-    std::string path_;
-};
+using uvc_test::TempDir;
 
 // A run's status with what it wrote to its results and its messages streams.
 struct Outcome {

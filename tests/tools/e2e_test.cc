@@ -18,6 +18,11 @@ namespace {
 
 using uvc_host_test::Outcome;
 
+// For runs that check frames, not pace: at 100 % a short count never fails
+// the run and only a stream at more than twice its rate does, so a starved
+// machine still passes. The rate tests judge pace against a yardstick.
+const char* const kAnyPace = "100";
+
 class HostToolTest : public ::testing::Test {
 protected:
     void SetUp() override {
@@ -78,7 +83,7 @@ std::vector<std::vector<uint8_t>> splitJpegs(const std::vector<uint8_t>& s) {
 
 TEST_F(HostToolTest, SynthesisedMjpegFramesEachDecode) {
     Outcome r = run({"stream", "--size", "96x64", "--format", "MJPG", "--jpeg", "--frames", "8",
-                     "--output", dir_.file("v.mjpg"), "--json", "--fps-tolerance", "50"});
+                     "--output", dir_.file("v.mjpg"), "--json", "--fps-tolerance", kAnyPace});
     ASSERT_EQ(r.status, 0) << r.out << r.err;
     std::vector<std::vector<uint8_t>> images = splitJpegs(dir_.read("v.mjpg"));
     ASSERT_EQ(images.size(), 8u);
@@ -99,7 +104,7 @@ TEST_F(HostToolTest, MadeMjpegSetPlaysBack) {
     ASSERT_EQ(made.status, 0) << made.err;
     Outcome r = run({"stream", "--size", "64x48", "--format", "MJPG", "--frames-dir",
                      dir_.file("set"), "--frames", "8", "--output", dir_.file("v.mjpg"),
-                     "--no-progress", "--fps-tolerance", "50"});
+                     "--no-progress", "--fps-tolerance", kAnyPace});
     ASSERT_EQ(r.status, 0) << r.out << r.err;
     std::vector<std::vector<uint8_t>> images = splitJpegs(dir_.read("v.mjpg"));
     ASSERT_EQ(images.size(), 8u);
@@ -142,8 +147,8 @@ TEST_F(HostToolTest, EveryExamplePlaysQuietly) {
     for (const char* name :
          {"streaming-start-stop", "format-change", "lost-connection", "control-round-trip"}) {
         SCOPED_TRACE(name);
-        Outcome r = run({"scenario", "--jpeg", "--json",
-                         std::string(UVC_EXAMPLES_DIR "/") + name + ".scn"});
+        Outcome r = run(
+            {"scenario", "--jpeg", "--json", std::string(UVC_EXAMPLES_DIR "/") + name + ".scn"});
         uvc_host::JsonPtr root(json_tokener_parse(r.out.c_str()));
         ASSERT_TRUE(root) << r.out << r.err;
         json_object* results = uvc_host_test::member(root.get(), "results");
@@ -155,8 +160,9 @@ TEST_F(HostToolTest, EveryExamplePlaysQuietly) {
             const std::string detail = json_object_get_string(uvc_host_test::member(e, "detail"));
             unsigned got = 0, wanted = 0;
             const bool shortOfFrames =
-                std::sscanf(detail.c_str(), "stream %*u:%*u received %u frames, expected at least %u",
-                            &got, &wanted) == 2;
+                std::sscanf(detail.c_str(),
+                            "stream %*u:%*u received %u frames, expected at least %u", &got,
+                            &wanted) == 2;
             EXPECT_TRUE(shortOfFrames && got + 2 >= wanted * share()) << detail;
         }
         // Failed expectations are judged above; anything else said is news.
@@ -175,8 +181,8 @@ TEST_F(HostToolTest, EveryExamplePlaysQuietly) {
 }
 
 TEST_F(HostToolTest, FramesPipeThroughStandardOutputAndSigtermEndsWithTheSummary) {
-    Outcome piped = run(
-        {"stream", "--size", "16x8", "--frames", "5", "--output", "-", "--fps-tolerance", "50"});
+    Outcome piped = run({"stream", "--size", "16x8", "--frames", "5", "--output", "-",
+                         "--fps-tolerance", kAnyPace});
     ASSERT_EQ(piped.status, 0) << piped.err;
     EXPECT_EQ(piped.out.size(), 5u * 16 * 8 * 2);
     EXPECT_NE(piped.err.find("result: ok"), std::string::npos) << piped.err;
@@ -186,7 +192,7 @@ TEST_F(HostToolTest, FramesPipeThroughStandardOutputAndSigtermEndsWithTheSummary
     const std::string frames = dir_.file("frames");
     Outcome stopped =
         run({"stream", "--size", "16x8", "--duration", "60", "--no-progress", "--fps-tolerance",
-             "50", "--output", frames},
+             kAnyPace, "--output", frames},
             "until [ \"$(stat -c %s " + frames +
                 " 2>/dev/null || echo 0)\" -ge 2560 ] || ! kill -0 $!; do sleep 0.05; done; "
                 "kill -TERM $!; wait $!");
@@ -230,7 +236,7 @@ TEST_F(HostToolTest, ReportShowsH264PicturesThroughFfmpeg) {
     ASSERT_EQ(made.status, 0) << made.err;
     Outcome r = run({"stream", "--size", "64x48", "--format", "H264", "--frames-dir",
                      dir_.file("set"), "--frames", "12", "--report", dir_.file("r"),
-                     "--no-progress", "--fps-tolerance", "50"});
+                     "--no-progress", "--fps-tolerance", kAnyPace});
     ASSERT_EQ(r.status, 0) << r.out << r.err;
     for (int i = 0; i < 12; ++i) {
         int w = 0, h = 0;

@@ -6,10 +6,8 @@
 
 #include "FakeLink.h"
 #include "ToolTestSupport.h"
-#include "cli/CommandLine.h"
 #include "cli/Interrupt.h"
 #include "session/JsonText.h"
-#include "session/StreamSession.h"
 
 using namespace uvc_host;
 using uvc_host_test::member;
@@ -18,15 +16,9 @@ using uvc_host_test::Outcome;
 
 namespace {
 
-Outcome runStream(const std::vector<std::string>& args, uvc_host_test::FakeState* state) {
-    std::vector<std::string> line = args;
-    line.insert(line.begin(), "stream");
-    CommandLine parsed = parseCommandLine(line);
-    EXPECT_EQ(parsed.command, CommandLine::Command::Stream) << parsed.text;
-    return uvc_host_test::captured([&](FILE* out, FILE* err) {
-        return StreamSession(parsed.stream, uvc_host_test::fakeFactory(state), {out, err, false})
-            .run();
-    });
+Outcome runStream(std::vector<std::string> args, uvc_host_test::FakeState* state) {
+    args.insert(args.begin(), "stream");
+    return uvc_host_test::runTool(args, state);
 }
 
 // The run's JSON summary.
@@ -56,7 +48,6 @@ TEST(StreamSessionTest, FramesModeStopsAtTheCountAndWritesEachStream) {
               std::string::npos);
     EXPECT_EQ(state.hotplugs, (std::vector<std::string>{"4@0:0", "4@1:1"}));
     EXPECT_TRUE(state.settings.copyFrameBytes);
-    EXPECT_TRUE((state.configs[StreamKey{1, 1}].streaming));
 }
 
 TEST(StreamSessionTest, JsonSummaryHoldsTheMeasuresAndDropsByCause) {
@@ -101,53 +92,47 @@ TEST(StreamSessionTest, JsonSummaryHoldsTheMeasuresAndDropsByCause) {
 }
 
 TEST(StreamSessionTest, FailsOnShortEmptyOrMistimedStreams) {
-    uvc_host_test::FakeState few;
-    few.framesPerHotplug = 3;
-    Outcome r = runStream({"--frames", "5", "--timeout", "0.1", "--no-progress"}, &few);
-    EXPECT_EQ(r.status, 1);
-    EXPECT_NE(r.out.find("received 3 of 5 frames in time"), std::string::npos) << r.out;
-
-    uvc_host_test::FakeState empty;
-    empty.frameSize = 0;
-    empty.framesPerHotplug = 4;
     uvc_host_test::TempDir dir;
-    Outcome e = runStream({"--frames", "4", "--format", "MJPG", "--frames-dir", dir.path(),
-                           "--no-progress", "--size", "8x4"},
-                          &empty);
-    EXPECT_EQ(e.status, 1);
-    EXPECT_NE(e.err.find("warning: no frame file " + dir.path() + "/mjpeg/8_4/frame0.jpg"),
-              std::string::npos)
-        << e.err;
-    EXPECT_NE(e.out.find("4 empty frames (no frame files for this size?"), std::string::npos)
-        << e.out;
-
-    // Frames 1/30 s apart while 60 fps were configured: outside 10 %, but
-    // inside a tolerance of 60 %.
-    uvc_host_test::FakeState slow;
-    slow.framesPerHotplug = 10;
-    slow.pacingFps = 30;
-    Outcome s = runStream({"--frames", "10", "--fps", "60", "--no-progress"}, &slow);
-    EXPECT_EQ(s.status, 1);
-    EXPECT_NE(s.out.find("achieved 30.00 fps, configured 60 (tolerance 10.00 %)"),
-              std::string::npos)
-        << s.out;
-    Outcome lax = runStream(
-        {"--frames", "10", "--fps", "60", "--no-progress", "--fps-tolerance", "60"}, &slow);
-    EXPECT_EQ(lax.status, 0) << lax.out;
-    // One interval is a rate too.
-    slow.framesPerHotplug = 2;
-    Outcome two = runStream({"--frames", "2", "--fps", "60", "--no-progress"}, &slow);
-    EXPECT_EQ(two.status, 1);
-    EXPECT_NE(two.out.find("achieved 30.00 fps, configured 60"), std::string::npos) << two.out;
-
-    // Two frames at the right pace, then nothing for the rest of a second:
-    // the count to the end of the run fails it.
-    uvc_host_test::FakeState stalled;
-    stalled.framesPerHotplug = 2;
-    Outcome st = runStream({"--duration", "1", "--no-progress"}, &stalled);
-    EXPECT_EQ(st.status, 1);
-    EXPECT_NE(st.out.find("problem: received 2 of ~"), std::string::npos) << st.out;
-    EXPECT_EQ(st.out.find("configured"), std::string::npos) << st.out;  // the rate was right
+    const std::string noFile = "warning: no frame file " + dir.path() + "/mjpeg/8_4/frame0.jpg";
+    struct Case {
+        uint64_t framesPerHotplug;
+        int64_t frameSize;
+        uint32_t pacingFps;
+        std::vector<std::string> args;
+        int status;
+        std::string says, warns = "", saysNot = "";
+    };
+    // clang-format off
+    const Case cases[] = {
+        {3, -1, 0, {"--frames", "5", "--timeout", "0.1"}, 1, "received 3 of 5 frames in time"},
+        {4, 0, 0, {"--frames", "4", "--format", "MJPG", "--frames-dir", dir.path(), "--size", "8x4"},
+         1, "4 empty frames (no frame files for this size?", noFile},
+        // Frames 1/30 s apart while 60 fps were configured: outside 10 %, but
+        // inside a tolerance of 60 %; one interval is a rate too.
+        {10, -1, 30, {"--frames", "10", "--fps", "60"}, 1,
+         "achieved 30.00 fps, configured 60 (tolerance 10.00 %)"},
+        {10, -1, 30, {"--frames", "10", "--fps", "60", "--fps-tolerance", "60"}, 0, ""},
+        {2, -1, 30, {"--frames", "2", "--fps", "60"}, 1, "achieved 30.00 fps, configured 60"},
+        // Two frames at the right pace, then nothing for the rest of a
+        // second: the count to the end of the run fails it, not the rate.
+        {2, -1, 0, {"--duration", "1"}, 1, "problem: received 2 of ~", "", "configured"}};
+    // clang-format on
+    for (const Case& c : cases) {
+        SCOPED_TRACE(testing::PrintToString(c.args));
+        uvc_host_test::FakeState state;
+        state.framesPerHotplug = c.framesPerHotplug;
+        state.frameSize = c.frameSize;
+        state.pacingFps = c.pacingFps;
+        std::vector<std::string> args = c.args;
+        args.push_back("--no-progress");
+        Outcome r = runStream(args, &state);
+        EXPECT_EQ(r.status, c.status) << r.out;
+        EXPECT_NE(r.out.find(c.says), std::string::npos) << r.out;
+        EXPECT_NE(r.err.find(c.warns), std::string::npos) << r.err;
+        if (!c.saysNot.empty()) {
+            EXPECT_EQ(r.out.find(c.saysNot), std::string::npos) << r.out;
+        }
+    }
 }
 
 TEST(StreamSessionTest, StandardOutputCarriesOnlyFramesAndSignalsEndWithTheSummary) {

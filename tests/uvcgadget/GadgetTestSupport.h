@@ -1,43 +1,17 @@
 #pragma once
 
-#include <stdlib.h>
-
-#include <filesystem>
-#include <fstream>
 #include <map>
 #include <optional>
 #include <string>
 #include <vector>
 
+#include "support/TempDir.h"
 #include "uvc/GadgetFunction.h"
 #include "uvc/RequestHandler.h"
 
 namespace gadget_test {
 
-// A fresh directory, removed with its contents at the end.
-class TempDir {
-public:
-    TempDir() {
-        char pattern[] = "/tmp/uvcgadget_test_XXXXXX";
-        if (mkdtemp(pattern) != nullptr)
-            path_ = pattern;
-    }
-    ~TempDir() {
-        std::error_code ec;
-        if (!path_.empty())
-            std::filesystem::remove_all(path_, ec);
-    }
-    const std::string& path() const { return path_; }
-    // Writes `text` to `name` (relative), making its directories.
-    void write(const std::string& name, const std::string& text) const {
-        const std::filesystem::path file = std::filesystem::path(path_) / name;
-        std::filesystem::create_directories(file.parent_path());
-        std::ofstream(file, std::ios::binary) << text;
-    }
-
-private:
-    std::string path_;
-};
+using uvc_test::TempDir;
 
 // YUYV (640x480, 1280x720) then MJPEG (640x480), as a gadget script declares.
 inline uvc_gadget::GadgetFunction twoFormats() {
