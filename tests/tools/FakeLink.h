@@ -100,8 +100,13 @@ public:
                 if (text == "get") {
                     auto it = s_->values.find(key);
                     std::string v = it != s_->values.end() ? it->second : "-255";
-                    s_->replies.push_back(R"({"source":"app","response":{")" + std::string(key) +
-                                          R"(":")" + v + R"("}})");
+                    json_object* response = json_object_new_object();
+                    json_object_object_add(response, key, json_object_new_string(v.c_str()));
+                    json_object* reply = json_object_new_object();
+                    json_object_object_add(reply, "source", json_object_new_string("app"));
+                    json_object_object_add(reply, "response", response);
+                    s_->replies.push_back(json_object_to_json_string_ext(reply, JSON_C_TO_STRING_PLAIN));
+                    json_object_put(reply);
                 } else {
                     s_->values[key] = text;
                 }
